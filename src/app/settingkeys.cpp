@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "app/settingkeys.h"
+
+
+namespace SettingKeys {
+
+// Function-local statics: created on first use, exactly once even when first used from two threads at once.
+#define ORDALIS_SETTING_KEY(function, Type, defaultValue)                                                           \
+    const SettingKey<Type>& function()                                                                              \
+    {                                                                                                               \
+        static const SettingKey<Type> key(QStringLiteral(#function), defaultValue);                                   \
+        return key;                                                                                                 \
+    }
+
+ORDALIS_SETTING_KEY(activeThemeConfig, ThemeConfig, defaultThemeConfig())
+ORDALIS_SETTING_KEY(activeThemeName, QString, defaultThemeName())
+ORDALIS_SETTING_KEY(savedThemes, QList<NamedTheme>, builtInThemes())
+ORDALIS_SETTING_KEY(showOnScreenRecording, bool, true)
+ORDALIS_SETTING_KEY(hideOnScreenRecordingEnd, bool, false)
+ORDALIS_SETTING_KEY(launchAtLogin, bool, false)
+ORDALIS_SETTING_KEY(triggerModifier, TriggerModifier, TriggerModifier::leftControl)
+ORDALIS_SETTING_KEY(enableGlobalHotkey, bool, true)
+ORDALIS_SETTING_KEY(hyperKeyModifiers, std::uint64_t, 0)
+ORDALIS_SETTING_KEY(hyperKeyShowAsCapsLock, bool, true)
+ORDALIS_SETTING_KEY(glowDecay, double, 0.15)
+ORDALIS_SETTING_KEY(autoHideOnHover, bool, false)
+ORDALIS_SETTING_KEY(autoHideOpacity, double, 0.1)
+ORDALIS_SETTING_KEY(escapeToHideOnHover, bool, false)
+ORDALIS_SETTING_KEY(keyboardVisible, bool, false)
+ORDALIS_SETTING_KEY(windowX, std::optional<double>, std::nullopt)
+ORDALIS_SETTING_KEY(windowY, std::optional<double>, std::nullopt)
+ORDALIS_SETTING_KEY(windowWidth, double, 900)
+
+#undef ORDALIS_SETTING_KEY
+
+QStringList allNames()
+{
+    return {
+        activeThemeConfig().name(),
+        activeThemeName().name(),
+        savedThemes().name(),
+        showOnScreenRecording().name(),
+        hideOnScreenRecordingEnd().name(),
+        launchAtLogin().name(),
+        triggerModifier().name(),
+        enableGlobalHotkey().name(),
+        hyperKeyModifiers().name(),
+        hyperKeyShowAsCapsLock().name(),
+        glowDecay().name(),
+        autoHideOnHover().name(),
+        autoHideOpacity().name(),
+        escapeToHideOnHover().name(),
+        keyboardVisible().name(),
+        windowX().name(),
+        windowY().name(),
+        windowWidth().name(),
+    };
+}
+
+} // namespace SettingKeys

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "app/settingsstore.h"
+
+#include <QStringList>
+
+/**
+ * Every setting Ordalis keeps. Each key is created on first use, once, and lives for the rest of the process.
+ */
+namespace SettingKeys {
+
+/** The theme being shown (need not equal any saved theme). */
+const SettingKey<ThemeConfig>& activeThemeConfig();
+const SettingKey<QString>& activeThemeName();
+/** The user's theme library; starts as the built-in themes. */
+const SettingKey<QList<NamedTheme>>& savedThemes();
+const SettingKey<bool>& showOnScreenRecording();
+const SettingKey<bool>& hideOnScreenRecordingEnd();
+const SettingKey<bool>& launchAtLogin();
+/** Left Control by default: most PC keyboards never report fn. */
+const SettingKey<TriggerModifier>& triggerModifier();
+const SettingKey<bool>& enableGlobalHotkey();
+/** Modifier-flag mask that Caps Lock is remapped to (a "HyperKey"); 0 when none. */
+const SettingKey<std::uint64_t>& hyperKeyModifiers();
+const SettingKey<bool>& hyperKeyShowAsCapsLock();
+/** Seconds a released key takes to return to rest. */
+const SettingKey<double>& glowDecay();
+const SettingKey<bool>& autoHideOnHover();
+/** Panel opacity while hovered with auto-hide on, 0..1. */
+const SettingKey<double>& autoHideOpacity();
+const SettingKey<bool>& escapeToHideOnHover();
+/** Whether the keyboard was showing; restores it at the next start. */
+const SettingKey<bool>& keyboardVisible();
+/** Left edge of the panel in screen points; none until the panel was placed. */
+const SettingKey<std::optional<double>>& windowX();
+/** Bottom edge of the panel in screen points (y grows downwards); none until the panel was placed. */
+const SettingKey<std::optional<double>>& windowY();
+const SettingKey<double>& windowWidth();
+
+/** The entry names of every key above, in the order listed. */
+QStringList allNames();
+
+} // namespace SettingKeys

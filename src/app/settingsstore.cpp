@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "app/settingsstore.h"
+
+#include "app/jsonsettingsformat.h"
+#include "theme/themejson.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSettings>
+#include <QStandardPaths>
+
+#include <cmath>
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+bool isNumber(const QVariant& v)
+{
+    switch (v.typeId()) {
+    case QMetaType::Double:
+    case QMetaType::Float:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isString(const QVariant& v)
+{
+    return v.typeId() == QMetaType::QString;
+}
+
+} // namespace
+
+std::optional<bool> SettingCodec<bool>::decode(const QVariant& stored)
+{
+    if (stored.typeId() != QMetaType::Bool)
+        return std::nullopt;
+    return stored.toBool();
+}
+
+std::optional<double> SettingCodec<double>::decode(const QVariant& stored)
+{
+    if (!isNumber(stored))
+        return std::nullopt;
+    const double value = stored.toDouble();
+    if (!std::isfinite(value))
+        return std::nullopt;
+    return value;
+}
+
+QVariant SettingCodec<std::uint64_t>::encode(std::uint64_t value)
+{
+    if (value <= static_cast<std::uint64_t>(std::numeric_limits<qint64>::max()))
+        return QVariant::fromValue(static_cast<qint64>(value));
+    return QVariant::fromValue(static_cast<qulonglong>(value));
+}
+
+std::optional<std::uint64_t> SettingCodec<std::uint64_t>::decode(const QVariant& stored)
+{
+    switch (stored.typeId()) {
+    case QMetaType::Int:
+    case QMetaType::LongLong: {
+        const qint64 value = stored.toLongLong();
+        if (value < 0)
+            return std::nullopt;
+        return static_cast<std::uint64_t>(value);
+    }
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+        return static_cast<std::uint64_t>(stored.toULongLong());
+    case QMetaType::Double: {
+        // JSON readers hand large or written-with-exponent integers over as doubles.
+        const double value = stored.toDouble();
+        constexpr double limit = 18446744073709551616.0; // 2^64
+        if (!std::isfinite(value) || value < 0 || value >= limit || std::trunc(value) != value)
+            return std::nullopt;
+        return static_cast<std::uint64_t>(value);
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+std::optional<QString> SettingCodec<QString>::decode(const QVariant& stored)
+{
+    if (!isString(stored))
+        return std::nullopt;
+    return stored.toString();
+}
+
+std::optional<std::optional<double>> SettingCodec<std::optional<double>>::decode(const QVariant& stored)
+{
+    std::optional<double> number = SettingCodec<double>::decode(stored);
+    if (!number)
+        return std::nullopt;
+    return std::optional<double>(*number);
+}
+
+QVariant SettingCodec<ThemeConfig>::encode(const ThemeConfig& value)
+{
+    return QString::fromUtf8(ThemeJson::encodeConfig(value));
+}
+
+std::optional<ThemeConfig> SettingCodec<ThemeConfig>::decode(const QVariant& stored)
+{
+    if (!isString(stored))
+        return std::nullopt;
+    return ThemeJson::decodeConfig(stored.toString().toUtf8());
+}
+
+QVariant SettingCodec<QList<NamedTheme>>::encode(const QList<NamedTheme>& value)
+{
+    QStringList texts;
+    texts.reserve(value.size());
+    for (const NamedTheme& theme : value)
+        texts.append(QString::fromUtf8(ThemeJson::encodeNamedTheme(theme)));
+    return texts;
+}
+
+std::optional<QList<NamedTheme>> SettingCodec<QList<NamedTheme>>::decode(const QVariant& stored)
+{
+    if (stored.typeId() != QMetaType::QVariantList && stored.typeId() != QMetaType::QStringList)
+        return std::nullopt;
+    const QVariantList elements = stored.toList();
+    QList<NamedTheme> themes;
+    themes.reserve(elements.size());
+    for (const QVariant& element : elements) {
+        if (!isString(element))
+            continue;
+        if (std::optional<NamedTheme> theme = ThemeJson::decodeNamedTheme(element.toString().toUtf8()))
+            themes.append(std::move(*theme));
+    }
+    return themes;
+}
+
+QVariant SettingCodec<TriggerModifier>::encode(TriggerModifier value)
+{
+    // Let the JSON writer quote and escape the raw value, then drop the array brackets around it.
+    const QByteArray text = QJsonDocument(QJsonArray { TriggerModifiers::toJson(value) }).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(text.mid(1, text.size() - 2));
+}
+
+std::optional<TriggerModifier> SettingCodec<TriggerModifier>::decode(const QVariant& stored)
+{
+    if (!isString(stored))
+        return std::nullopt;
+    // The JSON reader takes only arrays and objects at the top level, so read the text as a one-element array.
+    QJsonParseError error {};
+    const QJsonDocument document = QJsonDocument::fromJson('[' + stored.toString().toUtf8() + ']', &error);
+    if (error.error != QJsonParseError::NoError || document.array().size() != 1)
+        return std::nullopt;
+    return TriggerModifiers::fromJson(document.array().first());
+}
+
+SettingsStore::SettingsStore(const QString& filePath, QObject* parent)
+    : QObject(parent)
+    , m_filePath(QFileInfo(filePath).absoluteFilePath())
+{
+    QDir().mkpath(QFileInfo(m_filePath).absolutePath());
+    openSettings();
+    syncAndRecover();
+    watchFile();
+    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, [this] {
+        watchFile();
+        reload();
+    });
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, [this] {
+        watchFile();
+        reload();
+    });
+}
+
+SettingsStore::~SettingsStore() = default;
+
+QString SettingsStore::defaultFilePath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + u"/ordalis/settings.json"_s;
+}
+
+bool SettingsStore::hasStoredEntry(const QString& name) const
+{
+    return m_settings->contains(name);
+}
+
+QVariant SettingsStore::registeredDefault(const QString& name) const
+{
+    return m_registered.value(name).encodedDefault;
+}
+
+void SettingsStore::reload()
+{
+    syncAndRecover();
+    announceChanges();
+}
+
+void SettingsStore::registerKey(const QString& name, Registration registration) const
+{
+    const QVariant stored = storedValue(name);
+    m_observed.insert(name, Observed { stored, registration.canonical(stored) });
+    m_registered.insert(name, std::move(registration));
+}
+
+QVariant SettingsStore::storedValue(const QString& name) const
+{
+    return m_settings->value(name);
+}
+
+void SettingsStore::writeStoredValue(const QString& name, const QVariant& stored)
+{
+    if (stored.isValid())
+        m_settings->setValue(name, stored);
+    else
+        m_settings->remove(name);
+    syncAndRecover();
+    announceChanges();
+}
+
+void SettingsStore::openSettings()
+{
+    m_settings = std::make_unique<QSettings>(m_filePath, JsonSettingsFormat::format());
+    m_settings->setFallbacksEnabled(false);
+}
+
+bool SettingsStore::syncAndRecover()
+{
+    m_settings->sync();
+    if (m_settings->status() != QSettings::FormatError)
+        return true;
+
+    // The file does not parse. Keep it for the user under a new name instead of writing over it, and carry on
+    // with the defaults plus whatever this process has just written.
+    QVariantMap pending;
+    const QStringList keys = m_settings->allKeys();
+    for (const QString& key : keys)
+        pending.insert(key, m_settings->value(key));
+    m_settings.reset();
+
+    const QString stamp = QDateTime::currentDateTime().toString(u"yyyyMMdd-HHmmss"_s);
+    QString movedTo = m_filePath + u".unreadable-"_s + stamp;
+    for (int n = 2; QFile::exists(movedTo); ++n)
+        movedTo = m_filePath + u".unreadable-"_s + stamp + u'-' + QString::number(n);
+    const bool moved = QFile::rename(m_filePath, movedTo);
+
+    openSettings();
+    for (auto it = pending.cbegin(); it != pending.cend(); ++it)
+        m_settings->setValue(it.key(), it.value());
+    m_settings->sync();
+    if (moved)
+        emit unreadableFileMovedAside(movedTo);
+    return false;
+}
+
+void SettingsStore::announceChanges()
+{
+    QStringList changed;
+    for (auto it = m_observed.begin(); it != m_observed.end(); ++it) {
+        const QVariant stored = storedValue(it.key());
+        if (stored == it->stored)
+            continue;
+        it->stored = stored;
+        QVariant canonical = m_registered.value(it.key()).canonical(stored);
+        if (canonical == it->canonical)
+            continue;
+        it->canonical = std::move(canonical);
+        changed.append(it.key());
+    }
+    for (const QString& name : std::as_const(changed))
+        emit valueChanged(name);
+}
+
+void SettingsStore::watchFile()
+{
+    const QString directory = QFileInfo(m_filePath).absolutePath();
+    if (!m_watcher.directories().contains(directory))
+        m_watcher.addPath(directory);
+    // Saving replaces the file, which ends a watch on the old one; watch the new one again.
+    if (QFile::exists(m_filePath) && !m_watcher.files().contains(m_filePath))
+        m_watcher.addPath(m_filePath);
+}
