@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "input/modifierflags.h"
+#include "keyboard/keyboardlayout.h"
+
+#include <QObject>
+#include <QString>
+
+/**
+ * A source of global keyboard input: every key the user presses in any application, already translated to the
+ * layout's virtual key codes. Implementations read the platform (X11 XInput2, evdev) and emit on the main thread.
+ *
+ * A back end reports, never records: nothing it receives is written, logged or sent anywhere.
+ */
+class InputBackend : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum class Access {
+        /** Keys can be read. */
+        granted,
+        /** Keys could be read once the user grants access (see accessHelp()). */
+        denied,
+        /** This back end cannot work in this session at all. */
+        unavailable,
+    };
+    Q_ENUM(Access)
+
+    explicit InputBackend(QObject* parent = nullptr)
+        : QObject(parent)
+    {
+    }
+    ~InputBackend() override = default;
+
+    /** Short name for diagnostics, e.g. "x11" or "evdev". */
+    virtual QString name() const = 0;
+
+    /** Whether keys can be read now; cheap enough to poll every 2 s. */
+    virtual Access access() const = 0;
+
+    /** What the user must do to grant access, as a copy-pasteable explanation; empty when nothing is needed. */
+    virtual QString accessHelp() const = 0;
+
+    /** Starts reading; false when it could not (no access, no devices). Main thread. */
+    virtual bool start() = 0;
+    virtual void stop() = 0;
+
+    /** The Caps Lock lock state (indicator / LED), or false when it cannot be read. */
+    virtual bool capsLockOn() const = 0;
+
+    /**
+     * While the keyboard panel is hovered, the Escape key-down (when `escape`) and Command+comma (when
+     * `settingsShortcut`) must reach Ordalis only. Back ends that cannot keep a key from other applications
+     * ignore this.
+     */
+    virtual void setSwallowedShortcuts(bool escape, bool settingsShortcut)
+    {
+        Q_UNUSED(escape);
+        Q_UNUSED(settingsShortcut);
+    }
+
+signals:
+    /** A non-modifier key went down (auto-repeat may repeat it). Caps Lock is reported by capsLockKey. */
+    void keyDown(KeyCode keyCode);
+    /** A non-modifier key went up. */
+    void keyUp(KeyCode keyCode);
+    /**
+     * The set of held modifiers changed. `flags` is the full mask (generic and side bits, Caps Lock lock bit),
+     * `keyCode` the modifier key whose change caused the report.
+     */
+    void flagsChanged(ModifierFlags flags, KeyCode keyCode);
+    /** The physical Caps Lock key went down or up. */
+    void capsLockKey(bool pressed);
+    /** A media key (volume, brightness, playback) went down or up, reported as the F-key that carries its symbol. */
+    void mediaKey(KeyCode keyCode, bool pressed);
+    /** access() may have changed (a device appeared or vanished, permissions changed). */
+    void accessChanged();
+};
