@@ -151,6 +151,8 @@ void TestSettingsStore::undecodableEntriesReadAsDefaultAndStayUntouched_data()
     QTest::newRow("A theme list that is not a list") << QByteArray(R"("savedThemes": "[]")");
     QTest::newRow("A position kept as text") << QByteArray(R"("windowX": "12")");
     QTest::newRow("A width that is null") << QByteArray(R"("windowWidth": null)");
+    QTest::newRow("A width spelt as NaN text") << QByteArray(R"("windowWidth": "NaN")");
+    QTest::newRow("A theme with an overflowing number") << QByteArray(R"("activeThemeConfig": "{\"keySpacing\":1e999}")");
     QTest::newRow("A name that is a list") << QByteArray(R"("activeThemeName": ["Dark"])");
 }
 
