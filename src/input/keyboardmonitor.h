@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "app/clock.h"
+#include "input/modifierflags.h"
+#include "keyboard/keyboardlayout.h"
+
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QVarLengthArray>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+class InputBackend;
+class SettingsStore;
+
+/**
+ * A set of key codes with constant-time insertion, removal and lookup that never allocates, so it can sit on the
+ * path of every keystroke.
+ */
+class KeyCodeSet final
+{
+public:
+    bool contains(KeyCode code) const { return m_words[code / 64] & bit(code); }
+    qsizetype size() const { return m_size; }
+    bool isEmpty() const { return m_size == 0; }
+
+    /** True when `code` was not in the set before. */
+    bool insert(KeyCode code);
+    /** True when `code` was in the set before. */
+    bool remove(KeyCode code);
+    void clear();
+
+    /** The codes in ascending order. Allocates; not meant for the key path. */
+    QList<KeyCode> toList() const;
+
+    friend bool operator==(const KeyCodeSet&, const KeyCodeSet&) = default;
+
+private:
+    static constexpr std::uint64_t bit(KeyCode code) { return std::uint64_t(1) << (code % 64); }
+
+    std::array<std::uint64_t, 65536 / 64> m_words {};
+    qsizetype m_size = 0;
+};
+
+/**
+ * The one place where keyboard input enters Ordalis: the keys to show as held, the latest modifier flags and the
+ * Caps Lock state, fed by an InputBackend and read by the keyboard views and the gesture recogniser.
+ *
+ * Caps Lock is a lock key, so its flag tells the lock state, not whether the key is down; the monitor shows the
+ * physical key from the back end's separate Caps Lock report instead. When the user's Caps Lock is remapped to a
+ * combination of modifiers (a "HyperKey", recorded in the settings), the monitor shows either Caps Lock or that
+ * combination while the key is held, as the user chose.
+ *
+ * Main thread only: every handler, hook, signal and delayed step runs there.
+ */
+class KeyboardMonitor final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(KeyboardMonitor)
+
+public:
+    struct MediaKeyMapping
+    {
+        /** The key type of an auxiliary control button (volume, brightness, playback). */
+        std::int32_t keyType;
+        /** The F-key that carries that symbol on the keyboard. */
+        KeyCode keyCode;
+    };
+
+    static constexpr KeyCode capsLockKeyCode = 57;
+
+    /** The nine modifier keys shown from the flags, in the order in which they are synchronised. */
+    static constexpr std::array<KeyCode, 9> trackedModifierKeyCodes { 56, 60, 59, 62, 58, 61, 55, 54, 63 };
+
+    /** Media key types and the F-key each is shown on; other types are ignored. */
+    static constexpr std::array<MediaKeyMapping, 10> mediaKeyCodes { {
+        { 3, 122 }, // brightness down: F1
+        { 2, 120 }, // brightness up: F2
+        { 18, 98 }, // previous: F7
+        { 20, 98 }, // rewind: F7
+        { 16, 100 }, // play: F8
+        { 17, 101 }, // next: F9
+        { 19, 101 }, // fast forward: F9
+        { 7, 109 }, // mute: F10
+        { 1, 103 }, // volume down: F11
+        { 0, 111 }, // volume up: F12
+    } };
+
+    /**
+     * The bits a recorded HyperKey combination may hold: the generic Shift, Control, Option and Command bits and
+     * all side bits, but not Caps Lock, numeric pad, help or fn.
+     */
+    static constexpr ModifierFlags hyperKeyModifierMask = 0x1E207F;
+
+    /** Seconds a Caps Lock press with a recorded combination waits for the combination's flags before showing. */
+    static constexpr double hyperKeyDebounceDelay = 0.05;
+    /** Seconds after each Caps Lock press and release at which the lock state is read again. */
+    static constexpr double capsLockRefreshDelay = 0.1;
+
+    /** `settings` and `clock` must outlive the monitor. */
+    explicit KeyboardMonitor(SettingsStore& settings, Clock& clock, QObject* parent = nullptr);
+    ~KeyboardMonitor() override;
+
+    /** The process-wide instance registered by the application; nullptr before that. */
+    static KeyboardMonitor* shared();
+    /** Registers `monitor` as the process-wide instance (nullptr clears it). Destroying it clears it too. */
+    static void setShared(KeyboardMonitor* monitor);
+
+    /** Whether one tracked modifier key is down according to `flags`; always false for other keys. */
+    static bool isModifierPressed(KeyCode keyCode, ModifierFlags flags);
+    /** The F-key code shown for a media key type, or none for types not in mediaKeyCodes. */
+    static std::optional<KeyCode> mediaKeyCode(std::int32_t keyType);
+    /**
+     * The modifier keys held in `modifiers`, by the same rules as isModifierPressed() but without fn, in the order
+     * left Shift, right Shift, left Control, right Control, left Option, right Option, left Command, right Command.
+     */
+    static QVarLengthArray<KeyCode, 8> keyCodesForModifiers(ModifierFlags modifiers);
+
+    /**
+     * Connects `backend` (nullptr detaches): its key and Caps Lock reports drive this monitor and its capsLockOn()
+     * answers the lock-state reads. A previously attached back end is disconnected; held keys are left as they are
+     * (see releaseAll()).
+     */
+    void attach(InputBackend* backend);
+    InputBackend* backend() const;
+
+    /** Starts the attached back end and reads the Caps Lock lock state once; false when it could not start. */
+    bool start();
+    /** Stops the attached back end; the shown state is kept. */
+    void stop();
+
+    /** Keys shown as held. pressedKeysChanged() and keyChanged() tell about changes. */
+    const KeyCodeSet& pressedKeys() const { return m_pressedKeys; }
+    /** Flags of the latest modifier report; 0 before the first. */
+    ModifierFlags modifierFlags() const { return m_modifierFlags; }
+    /** The Caps Lock lock state (its light), as last read. */
+    bool capsLockOn() const { return m_capsLockOn; }
+    /** Whether the physical Caps Lock key is down, as the back end last reported. */
+    bool capsLockHeld() const { return m_capsLockHeld; }
+
+    /**
+     * Reads the lock state for refreshCapsLockState(); attach() installs the back end's. Without a reader the lock
+     * reads as off.
+     */
+    void setCapsLockStateReader(std::function<bool()> reader);
+
+    /**
+     * Hook that looks at every key-down after the key is shown; returning true asks for the key-down to be kept from
+     * other applications. Set by the gesture recogniser; nullptr clears it.
+     */
+    void setOnKeyDown(std::function<bool(KeyCode)> hook);
+    const std::function<bool(KeyCode)>& onKeyDown() const { return m_onKeyDown; }
+    /** Hook told of every modifier report with its flags and key code. Each change is reported twice (see attach). */
+    void setOnFlagsChanged(std::function<void(ModifierFlags, KeyCode)> hook);
+    const std::function<void(ModifierFlags, KeyCode)>& onFlagsChanged() const { return m_onFlagsChanged; }
+
+    /**
+     * HyperKey recording, driven by the settings window: while armed, the first modifier report made with Caps Lock
+     * held and holding bits of hyperKeyModifierMask disarms it and delivers those bits to onHyperKeyRecorded.
+     */
+    bool isRecordingHyperKey() const { return m_isRecordingHyperKey; }
+    void setRecordingHyperKey(bool recording);
+    void setOnHyperKeyRecorded(std::function<void(ModifierFlags)> callback);
+
+    /** Shows `keyCode` as held and asks the onKeyDown hook; returns the hook's answer (false without a hook). */
+    bool handleKeyDown(KeyCode keyCode);
+    /** Stops showing `keyCode`. */
+    void handleKeyUp(KeyCode keyCode);
+    /** A media key went down or up, already translated to its F-key code. */
+    void handleMediaKey(KeyCode keyCode, bool down);
+
+    /**
+     * A modifier report from the key stream: updates only the key that caused it, and while a recorded HyperKey
+     * combination is held leaves the shown keys alone.
+     */
+    void handleTapFlagsChanged(ModifierFlags flags, KeyCode keyCode);
+    /**
+     * The same modifier report from the second source: sets all nine tracked keys from the flags, replaces the
+     * HyperKey combination if needed and completes a HyperKey recording.
+     */
+    void handleFlagsChangedEvent(ModifierFlags flags, KeyCode keyCode);
+    /** Shows or hides each tracked modifier key as `flags` say. */
+    void syncModifierKeys(ModifierFlags flags);
+    /** Shows or hides `keyCode` as `flags` say, if it is a tracked modifier key; other codes change nothing. */
+    void updateModifierKey(KeyCode keyCode, ModifierFlags flags);
+
+    /** The physical Caps Lock key went down or up. */
+    void handleCapsLockHID(bool pressed);
+    /** While a recorded HyperKey combination is held: shows Caps Lock instead of the combination, or the reverse. */
+    void applyHyperKeyDisplay();
+    /** Reads the lock state now; capsLockOnChanged() fires only on a change. */
+    void refreshCapsLockState();
+
+    /**
+     * Forgets every held key, the flags and the held Caps Lock key, as when the back end is lost. The hooks are not
+     * told.
+     */
+    void releaseAll();
+
+signals:
+    /**
+     * Emitted on every insertion into or removal from pressedKeys, also when the set stays as it was (a key's
+     * auto-repeat, a report that confirms a modifier).
+     */
+    void pressedKeysChanged();
+    /** One key started or stopped being shown; emitted only when its membership really changes. */
+    void keyChanged(KeyCode keyCode, bool down);
+    void modifierFlagsChanged(ModifierFlags flags);
+    void capsLockOnChanged(bool on);
+    void capsLockHeldChanged(bool held);
+    void recordingHyperKeyChanged(bool recording);
+
+private:
+    void insertKey(KeyCode keyCode);
+    void removeKey(KeyCode keyCode);
+    void setModifierFlags(ModifierFlags flags);
+    void setCapsLockOn(bool on);
+    void setCapsLockHeld(bool held);
+    void cancelHyperKeyDebounce();
+    void runHyperKeyDebounce();
+    ModifierFlags recordedHyperKey() const;
+
+    SettingsStore& m_settings;
+    Clock& m_clock;
+    QPointer<InputBackend> m_backend;
+    QList<QMetaObject::Connection> m_backendConnections;
+
+    KeyCodeSet m_pressedKeys;
+    ModifierFlags m_modifierFlags = 0;
+    bool m_capsLockOn = false;
+    bool m_capsLockHeld = false;
+    bool m_isRecordingHyperKey = false;
+    std::function<void(ModifierFlags)> m_onHyperKeyRecorded;
+    std::function<void(ModifierFlags, KeyCode)> m_onFlagsChanged;
+    std::function<bool(KeyCode)> m_onKeyDown;
+    std::function<bool()> m_capsLockStateReader;
+    Clock::JobHandle m_hyperKeyDebounce = 0;
+};
