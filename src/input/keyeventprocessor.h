@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "input/linuxkeymap.h"
+#include "input/modifierflags.h"
+#include "keyboard/keyboardlayout.h"
+
+#include <QObject>
+
+#include <array>
+#include <bitset>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+/**
+ * Turns raw Linux key events from any number of devices into the reports of InputBackend: key down and up for
+ * ordinary keys, modifier flags, the Caps Lock key and media keys, all in the layout's key codes.
+ *
+ * It remembers which device holds which key, so that a key held on two keyboards goes up only when the last one
+ * lets go, a vanished device lets go of everything it held, and releases of keys that are not held (repeated
+ * releases, keys pressed before reading started) change nothing. Platform-free; main thread only.
+ */
+class KeyEventProcessor final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(KeyEventProcessor)
+
+public:
+    /** What happened to a key; the values are those of an evdev EV_KEY event. */
+    enum class Action
+    {
+        release = 0,
+        press = 1,
+        repeat = 2,
+    };
+
+    /** Identifies the source of an event: any value the caller keeps unique per device. */
+    using DeviceId = int;
+
+    explicit KeyEventProcessor(QObject* parent = nullptr);
+    ~KeyEventProcessor() override;
+
+    /** Reads the Caps Lock lock state for the 0x10000 bit of the flags; without one the lock reads as off. */
+    void setLockStateProvider(std::function<bool()> provider);
+
+    /**
+     * One key event from `device`. A repeat reports an ordinary key down again (and counts as a press when the key
+     * was not known to be held); codes outside the keymap are ignored.
+     */
+    void processKey(int linuxCode, Action action, DeviceId device);
+
+    /** Lets go of every key `device` holds, as when the device is unplugged. */
+    void releaseDevice(DeviceId device);
+    /** Lets go of `linuxCode` on every device that holds it. */
+    void releaseKey(int linuxCode);
+    /** Lets go of every key on every device. */
+    void releaseAll();
+
+    /**
+     * Reads the lock state again; when it changed, reports the new flags with the Caps Lock key code (57), the way
+     * a lock toggle is reported. Called on each Caps Lock press and whenever the back end learns of a change.
+     */
+    void refreshLockState();
+
+    bool isHeld(int linuxCode) const;
+    bool isHeldBy(int linuxCode, DeviceId device) const;
+    /** The held modifiers' generic and side bits, plus the Caps Lock lock bit as last read. */
+    ModifierFlags flags() const;
+
+signals:
+    void keyDown(KeyCode keyCode);
+    void keyUp(KeyCode keyCode);
+    void flagsChanged(ModifierFlags flags, KeyCode keyCode);
+    void capsLockKey(bool pressed);
+    void mediaKey(KeyCode keyCode, bool pressed);
+
+private:
+    struct DeviceKeys
+    {
+        DeviceId id;
+        std::bitset<LinuxKeymap::codeCount> keys;
+    };
+
+    DeviceKeys* findDevice(DeviceId device);
+    const DeviceKeys* findDevice(DeviceId device) const;
+    DeviceKeys& deviceFor(DeviceId device);
+    void press(const LinuxKeymap::Entry& entry, int linuxCode, DeviceKeys& device);
+    void release(const LinuxKeymap::Entry& entry, int linuxCode, DeviceKeys& device);
+
+    // Media key codes are F-key codes, all below 128.
+    static constexpr std::size_t mediaSlots = 128;
+
+    /** How many devices hold each Linux code. */
+    std::array<std::uint8_t, LinuxKeymap::codeCount> m_holders {};
+    /** How many Linux codes hold each media F-key (several keys share one). */
+    std::array<std::uint8_t, mediaSlots> m_mediaHolders {};
+    /** A handful of keyboards at most, so a vector searched in order beats hashing. */
+    std::vector<DeviceKeys> m_devices;
+    std::function<bool()> m_lockStateProvider;
+    bool m_lockOn = false;
+};

@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "input/keyeventprocessor.h"
+
+#include <QTest>
+
+#include <linux/input-event-codes.h>
+
+using namespace Qt::StringLiterals;
+using Action = KeyEventProcessor::Action;
+
+namespace {
+
+/** One step of a scripted sequence; the first three are key events with the values of Action. */
+struct Step
+{
+    enum Op
+    {
+        release,
+        press,
+        repeat,
+        releaseKey,
+        removeDevice,
+        releaseAll,
+        setLock,
+        refreshLock
+    };
+    Op op;
+    int code = 0;
+    int device = 1;
+};
+
+Step down(int code, int device = 1)
+{
+    return { Step::press, code, device };
+}
+
+Step up(int code, int device = 1)
+{
+    return { Step::release, code, device };
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Step)
+
+/** Records every report as a short line, so a whole sequence compares at once. */
+class ReportLog final : public QObject
+{
+public:
+    explicit ReportLog(KeyEventProcessor& processor)
+    {
+        connect(&processor, &KeyEventProcessor::keyDown, this, [this](KeyCode k) { lines << u"down %1"_s.arg(k); });
+        connect(&processor, &KeyEventProcessor::keyUp, this, [this](KeyCode k) { lines << u"up %1"_s.arg(k); });
+        connect(&processor, &KeyEventProcessor::flagsChanged, this,
+            [this](ModifierFlags f, KeyCode k) { lines << u"flags %1 %2"_s.arg(f, 0, 16).arg(k); });
+        connect(&processor, &KeyEventProcessor::capsLockKey, this,
+            [this](bool pressed) { lines << (pressed ? u"caps down"_s : u"caps up"_s); });
+        connect(&processor, &KeyEventProcessor::mediaKey, this,
+            [this](KeyCode k, bool pressed) { lines << u"media %1 %2"_s.arg(k).arg(pressed ? u"down"_s : u"up"_s); });
+    }
+
+    QStringList lines;
+};
+
+class TestKeyEventProcessor final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void sequences_data();
+    void sequences();
+};
+
+void TestKeyEventProcessor::sequences_data()
+{
+    QTest::addColumn<QList<Step>>("steps");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("A key goes down and up")
+        << QList<Step> { down(KEY_A), up(KEY_A) } << QStringList { u"down 0"_s, u"up 0"_s };
+    QTest::newRow("Auto-repeat reports the key down again") << QList<Step> { down(KEY_J), { Step::repeat, KEY_J },
+        { Step::repeat, KEY_J }, up(KEY_J) } << QStringList { u"down 38"_s, u"down 38"_s, u"down 38"_s, u"up 38"_s };
+    QTest::newRow("A repeat of a key pressed before reading started counts as its press")
+        << QList<Step> { { Step::repeat, KEY_B }, up(KEY_B) } << QStringList { u"down 11"_s, u"up 11"_s };
+    QTest::newRow("Duplicate releases and releases of keys never pressed are ignored") << QList<Step> {
+        up(KEY_Q), down(KEY_CAPSLOCK), up(KEY_CAPSLOCK), up(KEY_CAPSLOCK), down(KEY_A), up(KEY_A), up(KEY_A)
+    } << QStringList { u"caps down"_s, u"caps up"_s, u"down 0"_s, u"up 0"_s };
+    QTest::newRow("Both Shifts, then the right one released, keep the left Shift's bits")
+        << QList<Step> { down(KEY_LEFTSHIFT), down(KEY_RIGHTSHIFT), up(KEY_RIGHTSHIFT), up(KEY_LEFTSHIFT) }
+        << QStringList { u"flags 20002 56"_s, u"flags 20006 60"_s, u"flags 20002 60"_s, u"flags 0 56"_s };
+    QTest::newRow("Modifiers of different kinds add up and a modifier's repeat reports nothing")
+        << QList<Step> { down(KEY_LEFTCTRL), down(KEY_RIGHTALT), { Step::repeat, KEY_RIGHTALT }, down(KEY_RIGHTMETA),
+               down(KEY_FN), up(KEY_LEFTCTRL) }
+        << QStringList { u"flags 40001 59"_s, u"flags c0041 61"_s, u"flags 1c0051 54"_s, u"flags 9c0051 63"_s,
+               u"flags 980050 59"_s };
+    QTest::newRow("A key held on two keyboards goes up when the last one lets go") << QList<Step> { down(KEY_A, 1),
+        down(KEY_A, 2), up(KEY_A, 1), up(KEY_A, 1), up(KEY_A, 2) } << QStringList { u"down 0"_s, u"up 0"_s };
+    QTest::newRow("A removed keyboard lets go of everything it alone held")
+        << QList<Step> { down(KEY_A, 1), down(KEY_LEFTSHIFT, 1), down(KEY_VOLUMEUP, 1), down(KEY_S, 1), down(KEY_S, 2),
+               { Step::removeDevice, 0, 1 }, up(KEY_A, 1), up(KEY_S, 2) }
+        << QStringList { u"down 0"_s, u"flags 20002 56"_s, u"media 111 down"_s, u"down 1"_s, u"up 0"_s, u"flags 0 56"_s,
+               u"media 111 up"_s, u"up 1"_s };
+    QTest::newRow("Removing a keyboard that holds nothing reports nothing") << QList<Step> { down(KEY_A, 1),
+        { Step::removeDevice, 0, 2 }, up(KEY_A, 1) } << QStringList { u"down 0"_s, u"up 0"_s };
+    QTest::newRow("Releasing all lets go of every key on every keyboard") << QList<Step> {
+        down(KEY_A, 1), down(KEY_RIGHTCTRL, 2), down(KEY_CAPSLOCK, 3), { Step::releaseAll }, up(KEY_A, 1)
+    } << QStringList { u"down 0"_s, u"flags 42000 62"_s, u"caps down"_s, u"up 0"_s, u"flags 0 62"_s, u"caps up"_s };
+    QTest::newRow("Caps Lock reports the key and, once the lock turns on, the lock bit with its code")
+        << QList<Step> { { Step::setLock, 1 }, down(KEY_CAPSLOCK), up(KEY_CAPSLOCK), down(KEY_LEFTMETA),
+               { Step::setLock, 0 }, down(KEY_CAPSLOCK), up(KEY_CAPSLOCK) }
+        << QStringList { u"caps down"_s, u"flags 10000 57"_s, u"caps up"_s, u"flags 110008 55"_s, u"caps down"_s,
+               u"flags 100008 57"_s, u"caps up"_s };
+    QTest::newRow("A lock change learnt of later is reported once, with the Caps Lock key code")
+        << QList<Step> { down(KEY_LEFTSHIFT), { Step::setLock, 1 }, { Step::refreshLock }, { Step::refreshLock } }
+        << QStringList { u"flags 20002 56"_s, u"flags 30002 57"_s };
+    QTest::newRow("Releasing a key by its code lets go of it on every keyboard") << QList<Step> {
+        down(KEY_A, 1), down(KEY_A, 2), { Step::releaseKey, KEY_A }, up(KEY_A, 1), { Step::releaseKey, KEY_A }
+    } << QStringList { u"down 0"_s, u"up 0"_s };
+    QTest::newRow("Media keys sharing an F-key report it down once and up when the last is released")
+        << QList<Step> { down(KEY_PLAYPAUSE), down(KEY_PLAY), up(KEY_PLAYPAUSE), up(KEY_PLAY), down(KEY_BRIGHTNESSDOWN),
+               up(KEY_BRIGHTNESSDOWN) }
+        << QStringList { u"media 100 down"_s, u"media 100 up"_s, u"media 122 down"_s, u"media 122 up"_s };
+    QTest::newRow("Keys outside the table are ignored")
+        << QList<Step> { down(KEY_KPENTER), up(KEY_KPENTER), down(KEY_CNT), down(-5), up(KEY_PAUSE) } << QStringList {};
+}
+
+void TestKeyEventProcessor::sequences()
+{
+    QFETCH(QList<Step>, steps);
+    QFETCH(QStringList, expected);
+
+    KeyEventProcessor processor;
+    bool lockOn = false;
+    processor.setLockStateProvider([&lockOn] { return lockOn; });
+    ReportLog log(processor);
+
+    for (const Step& step : std::as_const(steps)) {
+        switch (step.op) {
+        case Step::press:
+        case Step::release:
+        case Step::repeat:
+            processor.processKey(step.code, Action(step.op), step.device);
+            break;
+        case Step::releaseKey:
+            processor.releaseKey(step.code);
+            break;
+        case Step::removeDevice:
+            processor.releaseDevice(step.device);
+            break;
+        case Step::releaseAll:
+            processor.releaseAll();
+            break;
+        case Step::setLock:
+            lockOn = step.code != 0;
+            break;
+        case Step::refreshLock:
+            processor.refreshLockState();
+            break;
+        }
+    }
+    QCOMPARE(log.lines, expected);
+}
+
+QTEST_GUILESS_MAIN(TestKeyEventProcessor)
+#include "testkeyeventprocessor.moc"
