@@ -97,12 +97,7 @@ EvdevBackend::EvdevBackend(const QString& directory, QObject* parent)
 {
     m_lastAccess = access();
 
-    connect(&m_processor, &KeyEventProcessor::keyDown, this, &InputBackend::keyDown);
-    connect(&m_processor, &KeyEventProcessor::keyUp, this, &InputBackend::keyUp);
-    connect(&m_processor, &KeyEventProcessor::flagsChanged, this, &InputBackend::flagsChanged);
-    connect(&m_processor, &KeyEventProcessor::capsLockKey, this, &InputBackend::capsLockKey);
-    connect(&m_processor, &KeyEventProcessor::mediaKey, this, &InputBackend::mediaKey);
-    m_processor.setLockStateProvider([this] { return capsLockOn(); });
+    m_processor.forwardTo(this);
 
     m_rescanTimer.setSingleShot(true);
     m_rescanTimer.setInterval(1000);

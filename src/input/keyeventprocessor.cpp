@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "input/keyeventprocessor.h"
 
+#include "input/inputbackend.h"
+
 #include <QVarLengthArray>
 
 #include <algorithm>
@@ -23,6 +25,16 @@ KeyEventProcessor::KeyEventProcessor(QObject* parent)
 }
 
 KeyEventProcessor::~KeyEventProcessor() = default;
+
+void KeyEventProcessor::forwardTo(InputBackend* backend)
+{
+    connect(this, &KeyEventProcessor::keyDown, backend, &InputBackend::keyDown);
+    connect(this, &KeyEventProcessor::keyUp, backend, &InputBackend::keyUp);
+    connect(this, &KeyEventProcessor::flagsChanged, backend, &InputBackend::flagsChanged);
+    connect(this, &KeyEventProcessor::capsLockKey, backend, &InputBackend::capsLockKey);
+    connect(this, &KeyEventProcessor::mediaKey, backend, &InputBackend::mediaKey);
+    setLockStateProvider([backend] { return backend->capsLockOn(); });
+}
 
 void KeyEventProcessor::setLockStateProvider(std::function<bool()> provider)
 {

@@ -13,6 +13,8 @@
 #include <functional>
 #include <vector>
 
+class InputBackend;
+
 /**
  * Turns raw Linux key events from any number of devices into the reports of InputBackend: key down and up for
  * ordinary keys, modifier flags, the Caps Lock key and media keys, all in the layout's key codes.
@@ -43,6 +45,9 @@ public:
 
     /** Reads the Caps Lock lock state for the 0x10000 bit of the flags; without one the lock reads as off. */
     void setLockStateProvider(std::function<bool()> provider);
+
+    /** Re-emits every signal of this processor as the matching signal of `backend`, and reads its lock state. */
+    void forwardTo(InputBackend* backend);
 
     /**
      * One key event from `device`. A repeat reports an ordinary key down again (and counts as a press when the key

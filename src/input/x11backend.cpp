@@ -138,12 +138,7 @@ void ungrabKey(xcb_connection_t* c, xcb_window_t root, xcb_keycode_t keycode, st
 X11Backend::X11Backend(QObject* parent)
     : InputBackend(parent)
 {
-    connect(&m_processor, &KeyEventProcessor::keyDown, this, &InputBackend::keyDown);
-    connect(&m_processor, &KeyEventProcessor::keyUp, this, &InputBackend::keyUp);
-    connect(&m_processor, &KeyEventProcessor::flagsChanged, this, &InputBackend::flagsChanged);
-    connect(&m_processor, &KeyEventProcessor::capsLockKey, this, &InputBackend::capsLockKey);
-    connect(&m_processor, &KeyEventProcessor::mediaKey, this, &InputBackend::mediaKey);
-    m_processor.setLockStateProvider([this] { return capsLockOn(); });
+    m_processor.forwardTo(this);
     m_pendingReleaseTimer.setSingleShot(true);
     m_pendingReleaseTimer.setInterval(0);
     connect(&m_pendingReleaseTimer, &QTimer::timeout, this, &X11Backend::applyPendingRelease);
