@@ -9,6 +9,7 @@ packages=(
     libgtest-dev libbenchmark-dev
     libevdev-dev libxcb1-dev libxcb-xkb-dev libxcb-xinput-dev libx11-dev
     xvfb xdotool x11-utils openbox wmctrl
+    curl ca-certificates
 )
 
 missing=()

@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "keyboard/keyboardscene.h"
+
+#include "app/clock.h"
+#include "app/settingkeys.h"
+#include "input/keyboardmonitor.h"
+#include "keyboard/keycapview.h"
+#include "keyboard/keyboardview.h"
+#include "keyboard/keypressanimator.h"
+#include "keyboard/shadowcache.h"
+#include "keyboard/symbolicons.h"
+
+#include <QHash>
+#include <QPointer>
+#include <QPainter>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+/** One frame of a key animation. */
+constexpr double frameInterval = 1.0 / 60.0;
+
+/** The translucent light layer drawn over the chassis colour, at the theme's blur strength. */
+QColor materialColour()
+{
+    return QColor::fromRgbF(1, 1, 1, 0.35f);
+}
+
+/** `top` composited over `bottom` (both straight alpha), as one colour. */
+QColor over(const QColor& top, const QColor& bottom)
+{
+    const float ta = top.alphaF(), ba = bottom.alphaF();
+    const float a = ta + ba * (1 - ta);
+    if (a <= 0)
+        return Qt::transparent;
+    const auto channel = [&](float t, float b) { return (t * ta + b * ba * (1 - ta)) / a; };
+    return QColor::fromRgbF(channel(top.redF(), bottom.redF()), channel(top.greenF(), bottom.greenF()),
+        channel(top.blueF(), bottom.blueF()), a);
+}
+
+struct Key
+{
+    KeyPlacement placement;
+    QRectF bounds;
+    bool needsClip = false;
+};
+
+} // namespace
+
+struct KeyboardScene::Private
+{
+    Private(SettingsStore& settingsStore, Clock& sceneClock, KeyboardMonitor* keyMonitor)
+        : settings(settingsStore)
+        , clock(sceneClock)
+        , monitor(keyMonitor)
+        , caps(SymbolIcons::shared(), ShadowCache::shared())
+        , animator(clock)
+    {
+    }
+
+    SettingsStore& settings;
+    Clock& clock;
+    QPointer<KeyboardMonitor> monitor;
+    KeyCapView caps;
+    KeyPressAnimator animator;
+    Clock::JobHandle frameJob = 0;
+
+    std::optional<ThemeConfig> fixedConfig;
+    ThemeConfig config;
+    QSizeF size;
+    double unitSize = 0;
+    ThemeStyle style;
+    QColor chassisColour;
+    QPainterPath chassis;
+    // Inside this rectangle the chassis is a plain fill and needs no clipping.
+    QRectF chassisInner;
+    QList<Key> keys;
+    QHash<KeyCode, qsizetype> index;
+    KeyCode capsLockCode = KeyboardMonitor::capsLockKeyCode;
+};
+
+KeyboardScene::KeyboardScene(SettingsStore& settings, Clock& clock, KeyboardMonitor* monitor, QObject* parent)
+    : QObject(parent)
+    , d(std::make_unique<Private>(settings, clock, monitor))
+{
+    d->config = settings.value(SettingKeys::activeThemeConfig());
+    settings.bind(SettingKeys::activeThemeConfig(), this, [this](const ThemeConfig& config) {
+        if (d->fixedConfig)
+            return;
+        if (config == d->config)
+            return;
+        d->config = config;
+        relayout();
+    });
+
+    if (monitor) {
+        for (KeyCode code : allLayoutKeyCodes())
+            d->animator.setState(code, monitor->pressedKeys().contains(code));
+        connect(monitor, &KeyboardMonitor::keyChanged, this, &KeyboardScene::keyChanged);
+        connect(monitor, &KeyboardMonitor::capsLockOnChanged, this, [this] {
+            const auto it = d->index.constFind(d->capsLockCode);
+            if (it != d->index.cend())
+                emit updateRequested(d->keys[*it].bounds);
+        });
+    }
+    relayout();
+}
+
+KeyboardScene::~KeyboardScene()
+{
+    d->clock.cancel(d->frameJob);
+}
+
+double KeyboardScene::aspectRatio(const ThemeConfig& config)
+{
+    const double s = config.keySpacing / 60.0;
+    return (KeyboardView::rowWidthUnits + (KeyboardView::rowWidthSpacings + 2) * s)
+        / (KeyboardView::rowsHeightUnits + (KeyboardView::rowsHeightSpacings + 2) * s);
+}
+
+double KeyboardScene::unitSizeFor(const QSizeF& size, const ThemeConfig& config)
+{
+    const double s = ThemeStyle(config).keySpacing / 60.0;
+    return std::min(size.width() / (KeyboardView::rowWidthUnits + (KeyboardView::rowWidthSpacings + 2) * s),
+        size.height() / (KeyboardView::rowsHeightUnits + (KeyboardView::rowsHeightSpacings + 2) * s));
+}
+
+void KeyboardScene::setThemeConfig(const std::optional<ThemeConfig>& config)
+{
+    d->fixedConfig = config;
+    const ThemeConfig next = config ? *config : d->settings.value(SettingKeys::activeThemeConfig());
+    if (next == d->config)
+        return;
+    d->config = next;
+    relayout();
+}
+
+const ThemeConfig& KeyboardScene::themeConfig() const
+{
+    return d->config;
+}
+
+void KeyboardScene::setSize(const QSizeF& size)
+{
+    if (size == d->size)
+        return;
+    d->size = size;
+    relayout();
+}
+
+QSizeF KeyboardScene::size() const
+{
+    return d->size;
+}
+
+double KeyboardScene::unitSize() const
+{
+    return d->unitSize;
+}
+
+const ThemeStyle& KeyboardScene::scaledStyle() const
+{
+    return d->style;
+}
+
+QPainterPath KeyboardScene::chassisPath() const
+{
+    return d->chassis;
+}
+
+QRectF KeyboardScene::keyRect(KeyCode code) const
+{
+    const auto it = d->index.constFind(code);
+    return it == d->index.cend() ? QRectF() : d->keys[*it].placement.rect;
+}
+
+void KeyboardScene::relayout()
+{
+    const QSizeF size = d->size.isValid() ? d->size : QSizeF(0, 0);
+    const double u = std::max(unitSizeFor(size, d->config), 0.0);
+    d->unitSize = std::isfinite(u) ? u : 0.0;
+    d->style = ThemeStyle(d->config).scaled(d->unitSize);
+    const double s = d->style.keySpacing;
+    const QRectF area(QPointF(0, 0), size);
+
+    const ThemeStyle& style = d->style;
+    // The light layer over the chassis colour, folded into one colour: compositing is associative.
+    d->chassisColour = style.chassisBackground.toQColor();
+    if (style.chassisBlur > 0) {
+        QColor material = materialColour();
+        material.setAlphaF(material.alphaF() * float(std::min(style.chassisBlur, 1.0)));
+        d->chassisColour = over(material, d->chassisColour);
+    }
+    const double radius = std::isfinite(style.chassisCornerRadius) ? std::max(style.chassisCornerRadius, 0.0) : 0.0;
+    d->chassis = keyShapePath(area, CornerRadii::uniform(radius));
+    const double r = std::min(radius, std::min(area.width(), area.height()) / 2);
+    d->chassisInner = area.adjusted(r, r, -r, -r);
+    if (d->chassisInner.isEmpty())
+        d->chassisInner = QRectF();
+
+    d->keys.clear();
+    d->index.clear();
+    if (d->unitSize > 0) {
+        const QRectF keyboardRect(s, s, KeyboardView::rowWidthUnits * d->unitSize + KeyboardView::rowWidthSpacings * s,
+            KeyboardView::rowsHeightUnits * d->unitSize + KeyboardView::rowsHeightSpacings * s);
+        const KeyboardView view(d->config, keyboardRect, d->unitSize, d->style);
+        d->keys.reserve(view.keys().size());
+        for (const KeyPlacement& placement : view.keys()) {
+            const QRectF bounds = KeyCapView::paintedBounds(placement.rect, style);
+            // Keys near the rounded corners may poke out of the chassis; only those are clipped.
+            const bool inside = d->chassisInner.contains(bounds) || d->chassis.contains(bounds);
+            d->index.insert(placement.key->keycode, d->keys.size());
+            d->keys.append({ placement, bounds, !inside });
+        }
+    }
+    d->caps.clearCache();
+    emit layoutChanged();
+}
+
+void KeyboardScene::keyChanged(KeyCode code, bool down)
+{
+    if (!d->index.contains(code) || code == touchIDKeyCode)
+        return;
+    const double decay = down ? 0.0 : d->settings.value(SettingKeys::glowDecay());
+    d->animator.setPressed(code, down, decay);
+    emit updateRequested(d->keys[d->index.value(code)].bounds);
+    scheduleFrame();
+}
+
+void KeyboardScene::scheduleFrame()
+{
+    if (d->frameJob != 0 || !d->animator.isAnimating())
+        return;
+    d->frameJob = d->clock.schedule(frameInterval, this, [this] {
+        d->frameJob = 0;
+        for (KeyCode code : d->animator.takeAnimatingKeys()) {
+            const auto it = d->index.constFind(code);
+            if (it != d->index.cend())
+                emit updateRequested(d->keys[*it].bounds);
+        }
+        scheduleFrame();
+    });
+}
+
+void KeyboardScene::paint(QPainter& painter, const QRectF& exposed) const
+{
+    if (d->size.isEmpty())
+        return;
+    const QRectF area(QPointF(0, 0), d->size);
+    const QRectF dirty = exposed.isNull() ? area : exposed.intersected(area);
+    if (dirty.isEmpty())
+        return;
+
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (!d->chassisInner.isNull() && d->chassisInner.contains(dirty))
+        painter.fillRect(dirty, d->chassisColour);
+    else
+        painter.fillPath(d->chassis, d->chassisColour);
+
+    const bool capsLockOn = d->monitor && d->monitor->capsLockOn();
+    for (const Key& key : d->keys) {
+        if (!key.bounds.intersects(dirty))
+            continue;
+        const KeyCode code = key.placement.key->keycode;
+        const double progress = code == touchIDKeyCode ? 0.0 : d->animator.progress(code);
+        if (key.needsClip) {
+            painter.save();
+            painter.setClipPath(d->chassis, Qt::IntersectClip);
+            d->caps.paint(painter, key.placement, d->style, d->unitSize, progress, capsLockOn);
+            painter.restore();
+        } else {
+            d->caps.paint(painter, key.placement, d->style, d->unitSize, progress, capsLockOn);
+        }
+    }
+    painter.restore();
+}

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "keyboard/keyboardlayout.h"
+#include "theme/themeconfig.h"
+#include "theme/themestyle.h"
+
+#include <QObject>
+#include <QPainterPath>
+#include <QRectF>
+#include <QSizeF>
+
+#include <memory>
+#include <optional>
+
+class Clock;
+class KeyboardMonitor;
+class QPainter;
+class SettingsStore;
+
+/**
+ * Everything drawn inside the panel: the chassis and the keyboard on it, with each key lit while it is held and
+ * fading back when released. It follows the monitor's held keys and Caps Lock light, the active theme and the glow
+ * decay setting by itself, and says which rectangle needs repainting through updateRequested(); between key
+ * changes it does nothing at all (no timers run while no key animates).
+ *
+ * Painting is plain QPainter work, so the same scene draws into a widget, an image or a benchmark.
+ */
+class KeyboardScene final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(KeyboardScene)
+
+public:
+    /** `settings`, `clock` and `monitor` (may be nullptr: nothing is ever lit) must outlive the scene. */
+    KeyboardScene(SettingsStore& settings, Clock& clock, KeyboardMonitor* monitor, QObject* parent = nullptr);
+    ~KeyboardScene() override;
+
+    /** Width over height of the panel for `config`: one spacing of chassis around the keys on every side. */
+    static double aspectRatio(const ThemeConfig& config);
+    /** Unit size for a content area of `size` under `config`: the keys plus one spacing of padding fit in it. */
+    static double unitSizeFor(const QSizeF& size, const ThemeConfig& config);
+
+    /** Draws `config` instead of the active theme; none follows "activeThemeConfig" again. */
+    void setThemeConfig(const std::optional<ThemeConfig>& config);
+    const ThemeConfig& themeConfig() const;
+
+    /** The content area in logical pixels (points); the keyboard is laid out again for it. */
+    void setSize(const QSizeF& size);
+    QSizeF size() const;
+
+    double unitSize() const;
+    /** The theme's style scaled to unitSize(). */
+    const ThemeStyle& scaledStyle() const;
+    /** Outline of the chassis: the whole content area with the chassis corner radius. */
+    QPainterPath chassisPath() const;
+    /** Face rectangle of the key with `code` at rest (not scaled by a press), or an empty rectangle. */
+    QRectF keyRect(KeyCode code) const;
+
+    /** Paints the parts of the scene that intersect `exposed` (the whole scene for a null rectangle). */
+    void paint(QPainter& painter, const QRectF& exposed = {}) const;
+
+signals:
+    /** `rect` (in scene coordinates) shows something new and must be repainted. */
+    void updateRequested(const QRectF& rect);
+    /** The theme or the size changed: the whole scene is laid out again and must be repainted. */
+    void layoutChanged();
+
+private:
+    void relayout();
+    void keyChanged(KeyCode code, bool down);
+    void scheduleFrame();
+
+    struct Private;
+    std::unique_ptr<Private> d;
+};
