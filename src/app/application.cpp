@@ -9,6 +9,7 @@
 #include "input/inputbackend.h"
 #include "input/inputbackendfactory.h"
 #include "input/keyboardmonitor.h"
+#include "panel/keyboardpanel.h"
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -30,9 +31,18 @@ Application::Application(const QString& settingsPath, QObject* parent)
     HotkeyManager::setShared(m_hotkeys);
     m_monitor->attach(m_backend.get());
 
+    m_hotkeys->setOnTripleTap([this] { toggleKeyboard(); });
+    m_hotkeys->setOnSingleTapWhileHovering([this] { onSingleTapWhileHovering(); });
+    m_hotkeys->setOnEscapeWhileHovering([this] { hideKeyboard(); });
+    m_hotkeys->setOnSettingsHotkey([this] { openSettings(); });
+    m_hotkeys->setPanelHoveredPredicate([this] { return m_panel && m_panel->isHovering(); });
+
     m_accessPoll->setInterval(2000);
     connect(m_accessPoll, &QTimer::timeout, this, &Application::startInputWhenPermitted);
     startInputWhenPermitted();
+
+    if (m_settings->value(SettingKeys::keyboardVisible()))
+        showKeyboard();
 }
 
 Application::~Application()
@@ -44,6 +54,46 @@ Application::~Application()
     m_monitor->attach(nullptr);
     HotkeyManager::setShared(nullptr);
     KeyboardMonitor::setShared(nullptr);
+    m_panel.reset();
+}
+
+bool Application::isVisible() const
+{
+    return m_panel && m_panel->isVisible();
+}
+
+void Application::showKeyboard()
+{
+    if (!m_panel)
+        m_panel = std::make_unique<KeyboardPanel>(*m_settings, *m_clock, m_monitor, this);
+    m_panel->show();
+    m_panel->raise();
+    m_panel->setShownAt(m_clock->now());
+    m_settings->setValue(SettingKeys::keyboardVisible(), true);
+}
+
+void Application::hideKeyboard()
+{
+    if (m_panel)
+        m_panel->hide();
+    m_settings->setValue(SettingKeys::keyboardVisible(), false);
+}
+
+void Application::toggleKeyboard()
+{
+    if (isVisible())
+        hideKeyboard();
+    else
+        showKeyboard();
+}
+
+void Application::openSettings() { }
+
+void Application::onSingleTapWhileHovering()
+{
+    // A tap that belongs to the gesture that just showed the panel must not switch auto-hide as well.
+    if (m_panel && m_clock->now() - m_panel->shownAt() > 1.0)
+        m_panel->toggleAutoHide();
 }
 
 void Application::startInputWhenPermitted()

@@ -6,8 +6,25 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+/**
+ * In a Wayland session with XWayland at hand, runs on X11 unless the user chose a platform: a Wayland client can
+ * neither place its own window nor keep it above the others, and the keyboard panel needs both.
+ */
+void preferXWayland()
+{
+    const bool waylandSession
+        = qEnvironmentVariable("XDG_SESSION_TYPE") == u"wayland"_s || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    if (waylandSession && !qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+}
+
+} // namespace
+
 int main(int argc, char* argv[])
 {
+    preferXWayland();
     QApplication app(argc, argv);
     QApplication::setApplicationName(u"Ordalis"_s);
     QApplication::setApplicationVersion(QStringLiteral(ORDALIS_VERSION));

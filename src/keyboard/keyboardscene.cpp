@@ -70,6 +70,7 @@ struct KeyboardScene::Private
     std::optional<ThemeConfig> fixedConfig;
     ThemeConfig config;
     QSizeF size;
+    bool translucent = true;
     double unitSize = 0;
     ThemeStyle style;
     QColor chassisColour;
@@ -142,6 +143,14 @@ const ThemeConfig& KeyboardScene::themeConfig() const
     return d->config;
 }
 
+void KeyboardScene::setTranslucent(bool translucent)
+{
+    if (translucent == d->translucent)
+        return;
+    d->translucent = translucent;
+    relayout();
+}
+
 void KeyboardScene::setSize(const QSizeF& size)
 {
     if (size == d->size)
@@ -193,6 +202,8 @@ void KeyboardScene::relayout()
         material.setAlphaF(material.alphaF() * float(std::min(style.chassisBlur, 1.0)));
         d->chassisColour = over(material, d->chassisColour);
     }
+    if (!d->translucent)
+        d->chassisColour.setAlphaF(1.0f);
     const double radius = std::isfinite(style.chassisCornerRadius) ? std::max(style.chassisCornerRadius, 0.0) : 0.0;
     d->chassis = keyShapePath(area, CornerRadii::uniform(radius));
     const double r = std::min(radius, std::min(area.width(), area.height()) / 2);

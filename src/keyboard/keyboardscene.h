@@ -45,6 +45,12 @@ public:
     void setThemeConfig(const std::optional<ThemeConfig>& config);
     const ThemeConfig& themeConfig() const;
 
+    /**
+     * Whether what is painted can be see-through (a compositor blends the window with the desktop). When it
+     * cannot, the chassis is painted opaque. On by default.
+     */
+    void setTranslucent(bool translucent);
+
     /** The content area in logical pixels (points); the keyboard is laid out again for it. */
     void setSize(const QSizeF& size);
     QSizeF size() const;

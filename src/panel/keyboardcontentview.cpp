@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "panel/keyboardcontentview.h"
+
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+#include "keyboard/keyboardscene.h"
+#include "panel/keyboardpanel.h"
+#include "panel/panelactions.h"
+#include "panel/resizehandle.h"
+
+#include <QContextMenuEvent>
+#include <QGuiApplication>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QPaintEvent>
+#include <QPainter>
+#include <QWindow>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+KeyboardContentView::KeyboardContentView(KeyboardPanel* panel, SettingsStore& settings, Clock& clock,
+    KeyboardMonitor* monitor, PanelActions* actions, QWidget* parent)
+    : QWidget(parent)
+    , m_panel(panel)
+    , m_settings(settings)
+    , m_actions(actions)
+    , m_scene(new KeyboardScene(settings, clock, monitor, this))
+    , m_handle(new ResizeHandle(panel, clock, this))
+{
+    setFocusPolicy(Qt::NoFocus);
+    connect(m_scene, &KeyboardScene::updateRequested, this, [this](const QRectF& rect) {
+        if (!m_hidden)
+            update(rect.toAlignedRect());
+    });
+    connect(m_scene, &KeyboardScene::layoutChanged, this, [this] { update(); });
+}
+
+KeyboardContentView::~KeyboardContentView() = default;
+
+void KeyboardContentView::setContentHidden(bool hidden)
+{
+    if (m_hidden == hidden)
+        return;
+    m_hidden = hidden;
+    m_handle->setConcealed(hidden);
+    if (!hidden)
+        m_scene->setSize(QSizeF(size()));
+    update();
+}
+
+void KeyboardContentView::paintEvent(QPaintEvent* event)
+{
+    if (m_hidden)
+        return;
+    QPainter painter(this);
+    m_scene->paint(painter, QRectF(event->rect()));
+}
+
+void KeyboardContentView::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    placeHandle();
+    // While the size is changing only the placeholder shows; the keyboard is laid out once, when it settles.
+    if (!m_hidden)
+        m_scene->setSize(QSizeF(size()));
+}
+
+void KeyboardContentView::placeHandle()
+{
+    const int side = ResizeHandle::side();
+    // It overhangs the corner; the window cuts off what lies outside.
+    const int overhang = int(ResizeHandle::overhang);
+    m_handle->setGeometry(width() - side + overhang, height() - side + overhang, side, side);
+}
+
+void KeyboardContentView::populateContextMenu(QMenu& menu)
+{
+    const bool visible = m_actions && m_actions->isVisible();
+    QAction* visibility = menu.addAction(visible ? tr("Hide Keyboard") : tr("Show Keyboard"));
+    connect(visibility, &QAction::triggered, this, [this, visible] {
+        if (!m_actions)
+            return;
+        if (visible)
+            m_actions->hideKeyboard();
+        else
+            m_actions->showKeyboard();
+    });
+
+    menu.addSeparator();
+
+    const QString activeName = m_settings.value(SettingKeys::activeThemeName());
+    const ThemeConfig active = m_settings.value(SettingKeys::activeThemeConfig());
+    const QList<NamedTheme> saved = m_settings.value(SettingKeys::savedThemes());
+    QMenu* themes = menu.addMenu(tr("Theme: ") + activeName);
+    for (const NamedTheme& theme : saved) {
+        QAction* choice = themes->addAction(theme.name);
+        choice->setCheckable(true);
+        choice->setChecked(theme.name == activeName);
+        connect(choice, &QAction::triggered, this, [this, theme] {
+            m_settings.setValue(SettingKeys::activeThemeConfig(), theme.config);
+            m_settings.setValue(SettingKeys::activeThemeName(), theme.name);
+        });
+    }
+    const bool activeIsSaved
+        = std::any_of(saved.begin(), saved.end(), [&](const NamedTheme& theme) { return theme.config == active; });
+    if (!activeIsSaved) {
+        themes->addSeparator();
+        QAction* current = themes->addAction(tr("Current (unsaved)"));
+        current->setCheckable(true);
+        current->setChecked(true);
+        // It only tells; there is nothing to choose.
+        current->setEnabled(false);
+    }
+
+    menu.addSeparator();
+
+    QAction* settings = menu.addAction(tr("Settings…"));
+    connect(settings, &QAction::triggered, this, [this] {
+        if (m_actions)
+            m_actions->openSettings();
+    });
+}
+
+void KeyboardContentView::contextMenuEvent(QContextMenuEvent* event)
+{
+    QMenu menu(this);
+    populateContextMenu(menu);
+    menu.exec(event->globalPos());
+}
+
+void KeyboardContentView::mousePressEvent(QMouseEvent* event)
+{
+    if (event->button() != Qt::LeftButton || !m_panel) {
+        QWidget::mousePressEvent(event);
+        return;
+    }
+    // A Wayland client cannot place its own window; the compositor moves it instead.
+    if (QGuiApplication::platformName().startsWith(u"wayland"_s)) {
+        if (QWindow* window = m_panel->windowHandle())
+            window->startSystemMove();
+        return;
+    }
+    m_dragOffset = event->globalPosition() - m_panel->frame().topLeft();
+}
+
+void KeyboardContentView::mouseMoveEvent(QMouseEvent* event)
+{
+    if (!m_dragOffset || !m_panel || !(event->buttons() & Qt::LeftButton)) {
+        QWidget::mouseMoveEvent(event);
+        return;
+    }
+    if (!m_moving) {
+        m_moving = true;
+        m_panel->beginGesture();
+    }
+    m_panel->setFrameOrigin(event->globalPosition() - *m_dragOffset);
+}
+
+void KeyboardContentView::mouseReleaseEvent(QMouseEvent* event)
+{
+    if (event->button() == Qt::LeftButton) {
+        m_dragOffset.reset();
+        if (m_moving && m_panel)
+            m_panel->endGesture();
+        m_moving = false;
+    }
+    QWidget::mouseReleaseEvent(event);
+}

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <QPointF>
+#include <QPointer>
+#include <QWidget>
+
+#include <optional>
+
+class Clock;
+class KeyboardMonitor;
+class KeyboardPanel;
+class KeyboardScene;
+class PanelActions;
+class QMenu;
+class ResizeHandle;
+class SettingsStore;
+
+/**
+ * The drawn content of the keyboard panel: the keyboard scene in the active theme, sized to the panel, with the
+ * resize handle in its bottom-right corner and the context menu. Dragging it with the left button anywhere but on
+ * the handle moves the panel.
+ *
+ * Main thread only. `settings`, `clock` and `monitor` must outlive the view; `panel` and `actions` may be nullptr,
+ * which leaves the drag and the menu's actions without effect.
+ */
+class KeyboardContentView final : public QWidget
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(KeyboardContentView)
+
+public:
+    KeyboardContentView(KeyboardPanel* panel, SettingsStore& settings, Clock& clock, KeyboardMonitor* monitor,
+        PanelActions* actions, QWidget* parent = nullptr);
+    ~KeyboardContentView() override;
+
+    KeyboardScene& scene() const { return *m_scene; }
+    ResizeHandle* resizeHandle() const { return m_handle; }
+
+    /**
+     * Hides the keyboard and the handle while the panel's size changes. The keyboard is laid out only when it shows
+     * again, for the size it has then.
+     */
+    void setContentHidden(bool hidden);
+    bool isContentHidden() const { return m_hidden; }
+
+    /** Fills `menu` with the context menu as the settings stand now. */
+    void populateContextMenu(QMenu& menu);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+private:
+    void placeHandle();
+
+    QPointer<KeyboardPanel> m_panel;
+    SettingsStore& m_settings;
+    PanelActions* m_actions;
+    KeyboardScene* m_scene;
+    ResizeHandle* m_handle;
+    bool m_hidden = false;
+    /** Pointer position minus the panel's top-left corner while the background is dragged. */
+    std::optional<QPointF> m_dragOffset;
+    bool m_moving = false;
+};

@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "panel/keyboardpanel.h"
+
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+#include "keyboard/keyboardscene.h"
+#include "keyboard/keyshape.h"
+#include "panel/hovertrackingview.h"
+#include "panel/keyboardcontentview.h"
+#include "panel/resizehandle.h"
+#include "panel/x11windowhints.h"
+#include "theme/hsbcolor.h"
+#include "theme/themestyle.h"
+
+#include <QGuiApplication>
+#include <QHideEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QRegion>
+#include <QScopedValueRollback>
+#include <QScreen>
+#include <QShowEvent>
+#include <QWindow>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+/** The ratio of the default theme, for a theme whose spacing gives no usable ratio. */
+constexpr double fallbackRatio = 2.57365;
+
+/** The flat stand-in for the keyboard while the panel's size changes: the chassis colour, opaque, rounded. */
+class ResizePlaceholder final : public QWidget
+{
+public:
+    ResizePlaceholder(const QColor& colour, double radius, QWidget* parent)
+        : QWidget(parent)
+        , m_colour(colour)
+        , m_radius(radius)
+    {
+        // Only a picture: a drag of the resize handle under it goes on, and clicks reach the panel as before.
+        setAttribute(Qt::WA_TransparentForMouseEvents);
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(m_colour);
+        painter.drawRoundedRect(QRectF(rect()), m_radius, m_radius);
+    }
+
+private:
+    QColor m_colour;
+    double m_radius;
+};
+
+template <typename T> void storeIfChanged(SettingsStore& settings, const SettingKey<T>& key, const T& value)
+{
+    // Every write rewrites the settings file; a drag sends many frames that change only one coordinate.
+    if (!settings.hasStoredEntry(key.name()) || settings.value(key) != value)
+        settings.setValue(key, value);
+}
+
+} // namespace
+
+KeyboardPanel::KeyboardPanel(
+    SettingsStore& settings, Clock& clock, KeyboardMonitor* monitor, PanelActions* actions, QWidget* parent)
+    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus)
+    , m_settings(settings)
+    , m_clock(clock)
+    , m_alpha(clock, this, 1.0, [this](double opacity) { setWindowOpacity(opacity); })
+{
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setAttribute(Qt::WA_TranslucentBackground);
+    setFocusPolicy(Qt::NoFocus);
+    setWindowTitle(tr("Ordalis Keyboard"));
+
+    m_ratio = KeyboardScene::aspectRatio(settings.value(SettingKeys::activeThemeConfig()));
+    if (!std::isfinite(m_ratio) || m_ratio <= 0)
+        m_ratio = fallbackRatio;
+    double width = settings.value(SettingKeys::windowWidth());
+    if (!(width >= minimumPanelWidth))
+        width = minimumPanelWidth;
+
+    m_tracking = new HoverTrackingView(this, clock, this);
+    m_content = new KeyboardContentView(this, settings, clock, monitor, actions, m_tracking);
+    connect(&m_content->scene(), &KeyboardScene::layoutChanged, this, [this] {
+        updateBlurBehind();
+        updateWindowShape();
+    });
+
+    const QSizeF minimum = minimumFrameSize();
+    setMinimumSize(int(minimum.width()), int(std::floor(minimum.height())));
+    applyFrame(QRectF(0, 0, width, width / m_ratio));
+
+    const std::optional<double> x = settings.value(SettingKeys::windowX());
+    const std::optional<double> bottom = settings.value(SettingKeys::windowY());
+    if (x && bottom) {
+        const QRectF stored(*x, *bottom - m_frame.height(), m_frame.width(), m_frame.height());
+        if (placeIsOnAScreen(stored)) {
+            setFrameOrigin(stored.topLeft());
+            return;
+        }
+    }
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    const QRectF area = screen ? QRectF(screen->availableGeometry()) : QRectF(QPointF(0, 0), m_frame.size());
+    setFrameOrigin(area.center() - QPointF(m_frame.width() / 2, m_frame.height() / 2));
+}
+
+KeyboardPanel::~KeyboardPanel()
+{
+    if (m_inGesture)
+        endGesture();
+    m_clock.cancel(m_resizeTimer);
+    m_clock.cancel(m_clickThroughJob);
+    // The views refer back to the panel; they go while it is still whole.
+    delete m_tracking;
+}
+
+QSizeF KeyboardPanel::minimumFrameSize() const
+{
+    return { minimumPanelWidth, minimumPanelWidth / m_ratio };
+}
+
+bool KeyboardPanel::placeIsOnAScreen(const QRectF& frame) const
+{
+    const QPointF middle = frame.center();
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    return std::any_of(screens.begin(), screens.end(),
+        [&](const QScreen* screen) { return QRectF(screen->geometry()).contains(middle); });
+}
+
+void KeyboardPanel::setFrame(const QRectF& requested)
+{
+    double width = std::isfinite(requested.width()) ? requested.width() : m_frame.width();
+    width = std::max(width, minimumPanelWidth);
+    const double height = width / m_ratio;
+    const double left = std::isfinite(requested.x()) ? requested.x() : m_frame.x();
+    const double top = std::isfinite(requested.y()) ? requested.y() : m_frame.y();
+    // Exact comparisons: a size that comes out the same to the last bit is no change at all.
+    const bool sizeChanged = width != m_frame.width() || height != m_frame.height();
+    if (sizeChanged && !m_resizeOverlay)
+        showResizeOverlay();
+    applyFrame(QRectF(left, top, width, height));
+    storeFrame();
+    if (sizeChanged) {
+        m_clock.cancel(m_resizeTimer);
+        m_resizeTimer = m_clock.schedule(resizeSettleDelay, this, [this] {
+            m_resizeTimer = 0;
+            hideResizeOverlay();
+        });
+    }
+}
+
+void KeyboardPanel::setFrameOrigin(const QPointF& topLeft)
+{
+    if (!std::isfinite(topLeft.x()) || !std::isfinite(topLeft.y()))
+        return;
+    applyFrame(QRectF(topLeft, m_frame.size()));
+    storeFrame();
+}
+
+void KeyboardPanel::beginGesture()
+{
+    m_inGesture = true;
+}
+
+void KeyboardPanel::endGesture()
+{
+    m_inGesture = false;
+    if (m_frameUnstored)
+        storeFrame();
+}
+
+void KeyboardPanel::storeFrame()
+{
+    m_frameUnstored = m_inGesture;
+    if (m_inGesture)
+        return;
+    storeIfChanged(m_settings, SettingKeys::windowWidth(), m_frame.width());
+    storeIfChanged(m_settings, SettingKeys::windowX(), std::optional<double>(m_frame.left()));
+    storeIfChanged(m_settings, SettingKeys::windowY(), std::optional<double>(m_frame.top() + m_frame.height()));
+}
+
+QRect KeyboardPanel::pixelRect(const QRectF& frame)
+{
+    return { QPoint(qRound(frame.x()), qRound(frame.y())), QSize(qRound(frame.width()), qRound(frame.height())) };
+}
+
+void KeyboardPanel::applyFrame(const QRectF& frame)
+{
+    m_frame = frame;
+    const QRect pixels = pixelRect(frame);
+    if (geometry() == pixels)
+        return;
+    const QScopedValueRollback guard(m_applyingFrame, true);
+    setGeometry(pixels);
+}
+
+void KeyboardPanel::followWindowSystem()
+{
+    // Our own setGeometry() reports back at once; the window manager's answers come later. An answer that differs
+    // from the frame is the window manager's doing (or an answer to an older request of a drag, which the next one
+    // overtakes): it is taken over as it is, only its height brought back to the ratio.
+    if (m_applyingFrame)
+        return;
+    const QRect actual = geometry();
+    const QRect expected = pixelRect(m_frame);
+    if (actual == expected)
+        return;
+    if (actual.size() != expected.size())
+        setFrame(QRectF(actual));
+    else
+        setFrameOrigin(QPointF(actual.topLeft()));
+}
+
+void KeyboardPanel::moveEvent(QMoveEvent* event)
+{
+    QWidget::moveEvent(event);
+    followWindowSystem();
+}
+
+void KeyboardPanel::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    m_tracking->setGeometry(rect());
+    if (m_resizeOverlay)
+        m_resizeOverlay->setGeometry(m_tracking->rect());
+    updateWindowShape();
+    followWindowSystem();
+}
+
+void KeyboardPanel::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    if (event->spontaneous())
+        return;
+    X11WindowHints::prepareOverlay(windowHandle());
+    updateBlurBehind();
+    updateWindowShape();
+}
+
+void KeyboardPanel::hideEvent(QHideEvent* event)
+{
+    QWidget::hideEvent(event);
+    // A hidden panel is under no pointer, whatever the window system reports, and must not keep Escape held back.
+    if (!event->spontaneous() && m_isHovering)
+        m_tracking->mouseExited();
+}
+
+void KeyboardPanel::showResizeOverlay()
+{
+    if (!m_tracking || m_resizeOverlay)
+        return;
+    m_content->setContentHidden(true);
+    const ThemeConfig config = m_settings.value(SettingKeys::activeThemeConfig());
+    const ThemeStyle style(config);
+    const double radius = m_tracking->width() / 14.5 / 60.0 * style.chassisCornerRadius;
+    const QColor colour
+        = HsbColor { config.chassisHue, config.chassisSaturation, config.chassisBrightness, 1.0 }.toQColor();
+    auto* overlay = new ResizePlaceholder(colour, std::isfinite(radius) ? std::max(radius, 0.0) : 0.0, m_tracking);
+    overlay->setGeometry(m_tracking->rect());
+    overlay->show();
+    overlay->raise();
+    m_resizeOverlay = overlay;
+}
+
+void KeyboardPanel::hideResizeOverlay()
+{
+    m_clock.cancel(m_resizeTimer);
+    m_resizeTimer = 0;
+    delete m_resizeOverlay.data();
+    m_content->setContentHidden(false);
+}
+
+void KeyboardPanel::hoverEntered()
+{
+    if (!m_settings.value(SettingKeys::autoHideOnHover()) || m_autoHideOverride)
+        return;
+    fadeTo(m_settings.value(SettingKeys::autoHideOpacity()));
+    m_clock.cancel(m_clickThroughJob);
+    m_clickThroughJob = m_clock.schedule(fadeDuration, this, [this] {
+        m_clickThroughJob = 0;
+        if (m_isHovering && m_settings.value(SettingKeys::autoHideOnHover()) && !m_autoHideOverride)
+            setClickThrough(true);
+    });
+}
+
+void KeyboardPanel::hoverExited()
+{
+    m_autoHideOverride = false;
+    m_clock.cancel(m_clickThroughJob);
+    m_clickThroughJob = 0;
+    // Also when auto-hide was switched off elsewhere meanwhile: a faded, click-through panel that nothing restores
+    // would never see the pointer again.
+    if (m_settings.value(SettingKeys::autoHideOnHover()) || m_clickThrough || m_alpha.value() != 1.0) {
+        setClickThrough(false);
+        fadeTo(1.0);
+    }
+}
+
+void KeyboardPanel::toggleAutoHide()
+{
+    const bool wasOn = m_settings.value(SettingKeys::autoHideOnHover());
+    m_settings.setValue(SettingKeys::autoHideOnHover(), !wasOn);
+    if (!wasOn && m_isHovering) {
+        hoverEntered();
+        return;
+    }
+    m_clock.cancel(m_clickThroughJob);
+    m_clickThroughJob = 0;
+    setClickThrough(false);
+    m_autoHideOverride = false;
+    fadeTo(1.0);
+}
+
+void KeyboardPanel::fadeTo(double opacity)
+{
+    m_alpha.animateTo(std::clamp(opacity, 0.0, 1.0), fadeDuration, ClockAnimation::Curve::easeInOut);
+}
+
+void KeyboardPanel::setClickThrough(bool on)
+{
+    if (m_clickThrough == on)
+        return;
+    m_clickThrough = on;
+    // The widget's own flags follow too, so that a native window made again later keeps the state. Changing them
+    // through QWidget would hide and show the window; the QWindow flag only changes its input shape.
+    overrideWindowFlags(
+        on ? windowFlags() | Qt::WindowTransparentForInput : windowFlags() & ~Qt::WindowTransparentForInput);
+    if (QWindow* window = windowHandle()) {
+        window->setFlag(Qt::WindowTransparentForInput, on);
+        if (!on)
+            X11WindowHints::resetInputShape(window);
+    }
+    emit clickThroughChanged(on);
+}
+
+void KeyboardPanel::updateBlurBehind()
+{
+    QWindow* window = windowHandle();
+    if (!window)
+        return;
+    const KeyboardScene& scene = m_content->scene();
+    const bool wanted = scene.scaledStyle().chassisBlur > 0 && X11WindowHints::blurBehindAvailable();
+    if (!wanted && !m_blurRequested)
+        return;
+    X11WindowHints::setBlurBehind(window, wanted ? scene.chassisPath() : QPainterPath());
+    m_blurRequested = wanted;
+}
+
+void KeyboardPanel::updateWindowShape()
+{
+    // Without a compositor the see-through corners would show black: the window is cut to the chassis instead.
+    // The cut follows every size change at once, so that the placeholder is never clipped to an older size.
+    const bool compositing = X11WindowHints::isCompositing();
+    // Without a compositor see-through pixels come out dark: the chassis is painted solid instead.
+    m_content->scene().setTranslucent(compositing);
+    if (!isVisible() || compositing) {
+        if (m_shaped)
+            clearMask();
+        m_shaped = false;
+        return;
+    }
+    const ThemeConfig& config = m_content->scene().themeConfig();
+    const double radius
+        = ThemeStyle(config).scaled(KeyboardScene::unitSizeFor(QSizeF(size()), config)).chassisCornerRadius;
+    const QPainterPath chassis
+        = keyShapePath(QRectF(rect()), CornerRadii::uniform(std::isfinite(radius) ? std::max(radius, 0.0) : 0.0));
+    // The resize handle overhangs the rounded corner; all of it must stay within reach of the pointer.
+    const int side = ResizeHandle::side();
+    const int inset = side - int(ResizeHandle::overhang);
+    const QRect grip(width() - inset, height() - inset, inset, inset);
+    setMask(QRegion(chassis.toFillPolygon().toPolygon()) | QRegion(grip));
+    m_shaped = true;
+}

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "app/clock.h"
+#include "panel/clockanimation.h"
+
+#include <QPointer>
+#include <QRectF>
+#include <QWidget>
+
+#include <limits>
+
+class HoverTrackingView;
+class KeyboardContentView;
+class KeyboardMonitor;
+class PanelActions;
+class SettingsStore;
+
+/**
+ * The floating window that carries the keyboard: frameless, always on top, on every desktop, kept out of task bars,
+ * never taking the focus or activating Ordalis. Its width over height stays at the ratio of the keyboard drawing
+ * (fixed when it is made), it remembers its width and place, fades and lets clicks through while the pointer is over
+ * it (when the user wants that), and shows a flat placeholder instead of the keyboard while its size changes.
+ *
+ * Coordinates are Qt's: logical pixels, y growing downwards. The settings keep the bottom-left corner: "windowX" is
+ * the left edge and "windowY" the bottom edge.
+ *
+ * Main thread only. `settings`, `clock` and `monitor` must outlive the panel; `actions` may be nullptr.
+ */
+class KeyboardPanel final : public QWidget
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(KeyboardPanel)
+
+public:
+    /** Narrowest width the panel takes, in logical pixels. */
+    static constexpr double minimumPanelWidth = 700;
+    /** Seconds of the fade to and from the hover opacity; click-through follows this long after entering. */
+    static constexpr double fadeDuration = 0.15;
+    /** Seconds after the last size change at which the keyboard replaces the placeholder. */
+    static constexpr double resizeSettleDelay = 0.2;
+
+    KeyboardPanel(SettingsStore& settings, Clock& clock, KeyboardMonitor* monitor, PanelActions* actions,
+        QWidget* parent = nullptr);
+    ~KeyboardPanel() override;
+
+    /** Width over height of every frame, from the theme active when the panel was made. */
+    double currentAspectRatio() const { return m_ratio; }
+    /** The frame as last set, at full precision (the window itself lies on whole pixels). */
+    QRectF frame() const { return m_frame; }
+    /** The smallest frame: minimumPanelWidth wide, at the panel's ratio. */
+    QSizeF minimumFrameSize() const;
+
+    /**
+     * The one way the frame changes. Keeps the requested left and top edges and width (not less than the minimum)
+     * and takes the height from the ratio; the requested height is ignored. A change of size shows the placeholder
+     * and (re)starts its removal timer. Stores the width and the place.
+     */
+    void setFrame(const QRectF& requested);
+    /** Moves the panel's top-left corner to `topLeft` without changing its size, and stores the place. */
+    void setFrameOrigin(const QPointF& topLeft);
+
+    /**
+     * Between these two, a pointer drag moves or resizes the panel: the frame follows every step, but the width and
+     * place are stored once, at the end, rather than rewriting the settings file many times a second.
+     */
+    void beginGesture();
+    void endGesture();
+
+    /** The pointer is over the panel. Written only by the hover tracking view; read by the gesture hotkeys. */
+    bool isHovering() const { return m_isHovering; }
+    void setHovering(bool hovering) { m_isHovering = hovering; }
+
+    /** While true, hovering neither fades the panel nor lets clicks through. Cleared on leaving and by toggling. */
+    bool autoHideOverride() const { return m_autoHideOverride; }
+    void setAutoHideOverride(bool on) { m_autoHideOverride = on; }
+
+    /** Clock time at which the panel was last shown, set by whoever shows it; minus infinity before that. */
+    double shownAt() const { return m_shownAt; }
+    void setShownAt(double time) { m_shownAt = time; }
+
+    /** Called right after isHovering became true: fades and, 0.15 s later, lets clicks through if auto-hide is on. */
+    void hoverEntered();
+    /** Called right after isHovering became false: clears the override and comes back to full opacity. */
+    void hoverExited();
+    /** Switches "autoHideOnHover" over; switched on while hovering, the panel fades at once. */
+    void toggleAutoHide();
+
+    /** Puts the placeholder in the chassis colour over everything and hides the keyboard. */
+    void showResizeOverlay();
+    /** Removes the placeholder and shows the keyboard again, laid out for the current size. */
+    void hideResizeOverlay();
+    /** The placeholder while the size is changing, else nullptr. */
+    QWidget* resizeOverlay() const { return m_resizeOverlay; }
+
+    /** The panel's opacity as animated (the window keeps it only to 1/255). */
+    double alphaValue() const { return m_alpha.value(); }
+    /** Pointer clicks pass through to the windows below. */
+    bool isClickThrough() const { return m_clickThrough; }
+
+    HoverTrackingView* hoverTrackingView() const { return m_tracking; }
+    KeyboardContentView* contentView() const { return m_content; }
+
+signals:
+    /** The panel started or stopped letting clicks through. */
+    void clickThroughChanged(bool clickThrough);
+
+protected:
+    void moveEvent(QMoveEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+
+private:
+    void applyFrame(const QRectF& frame);
+    void storeFrame();
+    void followWindowSystem();
+    void setClickThrough(bool on);
+    void fadeTo(double opacity);
+    void updateBlurBehind();
+    void updateWindowShape();
+    static QRect pixelRect(const QRectF& frame);
+    bool placeIsOnAScreen(const QRectF& frame) const;
+
+    SettingsStore& m_settings;
+    Clock& m_clock;
+    double m_ratio = 2.67;
+    QRectF m_frame;
+    bool m_isHovering = false;
+    bool m_autoHideOverride = false;
+    double m_shownAt = -std::numeric_limits<double>::infinity();
+    bool m_clickThrough = false;
+    bool m_applyingFrame = false;
+    bool m_inGesture = false;
+    bool m_frameUnstored = false;
+    bool m_blurRequested = false;
+    bool m_shaped = false;
+    ClockAnimation m_alpha;
+    Clock::JobHandle m_resizeTimer = 0;
+    Clock::JobHandle m_clickThroughJob = 0;
+    HoverTrackingView* m_tracking = nullptr;
+    KeyboardContentView* m_content = nullptr;
+    QPointer<QWidget> m_resizeOverlay;
+};
