@@ -2,33 +2,19 @@
 #include "keyboard/keypressanimator.h"
 
 #include "app/clock.h"
-
-#include <QPointF>
+#include "app/easing.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace {
-
-QEasingCurve cubic(QPointF c1, QPointF c2)
-{
-    QEasingCurve curve(QEasingCurve::BezierSpline);
-    curve.addCubicBezierSegment(c1, c2, QPointF(1, 1));
-    return curve;
-}
-
-} // namespace
-
 const QEasingCurve& KeyPressAnimator::easeIn()
 {
-    static const QEasingCurve curve = cubic(QPointF(0.42, 0), QPointF(1, 1));
-    return curve;
+    return Easing::easeIn();
 }
 
 const QEasingCurve& KeyPressAnimator::easeOut()
 {
-    static const QEasingCurve curve = cubic(QPointF(0, 0), QPointF(0.58, 1));
-    return curve;
+    return Easing::easeOut();
 }
 
 KeyPressAnimator::KeyPressAnimator(const Clock& clock)

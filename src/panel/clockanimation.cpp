@@ -1,21 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "panel/clockanimation.h"
 
-#include <QEasingCurve>
-#include <QPointF>
+#include "app/easing.h"
 
 #include <algorithm>
-
-namespace {
-
-QEasingCurve cubic(QPointF c1, QPointF c2)
-{
-    QEasingCurve curve(QEasingCurve::BezierSpline);
-    curve.addCubicBezierSegment(c1, c2, QPointF(1, 1));
-    return curve;
-}
-
-} // namespace
 
 ClockAnimation::ClockAnimation(Clock& clock, QObject* context, double initial, std::function<void(double)> apply)
     : m_clock(clock)
@@ -32,19 +20,16 @@ ClockAnimation::~ClockAnimation()
 
 double ClockAnimation::eased(Curve curve, double t)
 {
-    static const QEasingCurve easeIn = cubic(QPointF(0.42, 0), QPointF(1, 1));
-    static const QEasingCurve easeOut = cubic(QPointF(0, 0), QPointF(0.58, 1));
-    static const QEasingCurve easeInOut = cubic(QPointF(0.42, 0), QPointF(0.58, 1));
     t = std::clamp(t, 0.0, 1.0);
     switch (curve) {
     case Curve::linear:
         return t;
     case Curve::easeIn:
-        return easeIn.valueForProgress(t);
+        return Easing::easeIn().valueForProgress(t);
     case Curve::easeOut:
-        return easeOut.valueForProgress(t);
+        return Easing::easeOut().valueForProgress(t);
     case Curve::easeInOut:
-        return easeInOut.valueForProgress(t);
+        return Easing::easeInOut().valueForProgress(t);
     }
     return t;
 }
