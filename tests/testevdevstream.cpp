@@ -14,60 +14,26 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/** One item of a recorded stream: an event as read, or what the reading side does around it. */
+/** One item of a recorded stream: an event as read, or what the reading side does around it (see below). */
 struct Item
 {
-    enum Op
-    {
-        event,
-        resync,
-        remove
-    };
-    Op op = event;
-    input_event ev {};
-    QList<int> keysDown;
-    bool led = false;
+    int type = 0;
+    int code = 0;
+    int value = 0;
+    QList<int> keysDown = {};
 };
 
-Item ev(int type, int code, int value)
-{
-    Item item;
-    item.ev.type = std::uint16_t(type);
-    item.ev.code = std::uint16_t(code);
-    item.ev.value = value;
-    return item;
-}
+constexpr int resyncOp = -1; // the device state is read: `keysDown`, and the Caps Lock LED as `value`
+constexpr int removeOp = -2; // the device is gone
 
 Item key(int code, int value)
 {
-    return ev(EV_KEY, code, value);
+    return { EV_KEY, code, value };
 }
 
-Item syn()
-{
-    return ev(EV_SYN, SYN_REPORT, 0);
-}
-
-Item dropped()
-{
-    return ev(EV_SYN, SYN_DROPPED, 0);
-}
-
-Item resyncTo(QList<int> keysDown, bool led = false)
-{
-    Item item;
-    item.op = Item::resync;
-    item.keysDown = std::move(keysDown);
-    item.led = led;
-    return item;
-}
-
-Item removed()
-{
-    Item item;
-    item.op = Item::remove;
-    return item;
-}
+const Item syn { EV_SYN, SYN_REPORT, 0 };
+const Item dropped { EV_SYN, SYN_DROPPED, 0 };
+const Item removed { removeOp };
 
 } // namespace
 
@@ -80,7 +46,6 @@ class TestEvdevStream final : public QObject
 private slots:
     void recordedStreams_data();
     void recordedStreams();
-    void keyboardDetection_data();
     void keyboardDetection();
     void backendAccessFollowsTheDeviceDirectory();
 };
@@ -91,33 +56,28 @@ void TestEvdevStream::recordedStreams_data()
     QTest::addColumn<QStringList>("expected");
 
     // Every key event of a real keyboard comes with a scan code (EV_MSC) and ends its frame with SYN_REPORT.
-    QTest::newRow("Typing a letter with auto-repeat") << QList<Item> { ev(EV_MSC, MSC_SCAN, 0x70004), key(KEY_A, 1),
-        syn(), key(KEY_A, 2), syn(), key(KEY_A, 2), syn(), ev(EV_MSC, MSC_SCAN, 0x70004), key(KEY_A, 0),
-        syn() } << QStringList { u"down 0"_s, u"down 0"_s, u"down 0"_s, u"up 0"_s };
-    QTest::newRow("A Shift chord") << QList<Item> { key(KEY_LEFTSHIFT, 1), syn(), key(KEY_K, 1), syn(), key(KEY_K, 0),
-        syn(), key(KEY_LEFTSHIFT, 0), syn() }
-                                   << QStringList { u"flags 20002 56"_s, u"down 40"_s, u"up 40"_s, u"flags 0 56"_s };
+    QTest::newRow("Typing a letter with auto-repeat") << QList<Item> { { EV_MSC, MSC_SCAN, 0x70004 }, key(KEY_A, 1),
+        syn, key(KEY_A, 2), syn, key(KEY_A, 2), syn, { EV_MSC, MSC_SCAN, 0x70004 }, key(KEY_A, 0),
+        syn } << QStringList { u"down 0"_s, u"down 0"_s, u"down 0"_s, u"up 0"_s };
     QTest::newRow("A key released while events were dropped comes out released")
-        << QList<Item> { key(KEY_LEFTSHIFT, 1), syn(), key(KEY_A, 1), syn(), dropped(), key(KEY_A, 0), syn(),
-               key(KEY_B, 1), syn(), resyncTo({ KEY_LEFTSHIFT, KEY_B }), key(KEY_B, 0), syn() }
+        << QList<Item> { key(KEY_LEFTSHIFT, 1), syn, key(KEY_A, 1), syn, dropped, key(KEY_A, 0), syn, key(KEY_B, 1),
+               syn, { resyncOp, 0, 0, { KEY_LEFTSHIFT, KEY_B } }, key(KEY_B, 0), syn }
         << QStringList { u"flags 20002 56"_s, u"down 0"_s, u"up 0"_s, u"down 11"_s, u"up 11"_s };
-    QTest::newRow("Events between a drop and the resync are ignored, even a complete press") << QList<Item> { dropped(),
-        key(KEY_C, 1), syn(), key(KEY_C, 0), syn(), resyncTo({}), key(KEY_D, 1), syn() } << QStringList { u"down 2"_s };
-    QTest::newRow("A resync releases before it presses, so modifiers never overlap")
-        << QList<Item> { key(KEY_LEFTCTRL, 1), syn(), dropped(), resyncTo({ KEY_LEFTMETA }) }
-        << QStringList { u"flags 40001 59"_s, u"flags 0 59"_s, u"flags 100008 55"_s };
+    QTest::newRow("Events between a drop and the resync are ignored, even a complete press") << QList<Item> { dropped,
+        key(KEY_C, 1), syn, key(KEY_C, 0), syn, { resyncOp }, key(KEY_D, 1), syn } << QStringList { u"down 2"_s };
+    QTest::newRow("A resync releases before it presses, so modifiers never overlap, and takes the LED state")
+        << QList<Item> { key(KEY_LEFTCTRL, 1), syn, dropped, { resyncOp, 0, 1, { KEY_LEFTMETA } } }
+        << QStringList { u"flags 40001 59"_s, u"flags 0 59"_s, u"flags 100008 55"_s, u"flags 110008 57"_s };
     QTest::newRow("An unplugged keyboard releases what it held")
-        << QList<Item> { key(KEY_RIGHTALT, 1), syn(), key(KEY_UP, 1), key(KEY_MUTE, 1), syn(), removed() }
+        << QList<Item> { key(KEY_RIGHTALT, 1), syn, key(KEY_UP, 1), key(KEY_MUTE, 1), syn, removed }
         << QStringList { u"flags 80040 61"_s, u"down 126"_s, u"media 109 down"_s, u"flags 0 61"_s, u"up 126"_s,
                u"media 109 up"_s };
     QTest::newRow("The Caps Lock LED sets the lock bit")
-        << QList<Item> { key(KEY_CAPSLOCK, 1), syn(), ev(EV_LED, LED_CAPSL, 1), syn(), key(KEY_CAPSLOCK, 0), syn(),
-               ev(EV_LED, LED_NUML, 1), ev(EV_LED, LED_CAPSL, 1), key(KEY_LEFTSHIFT, 1), syn() }
+        << QList<Item> { key(KEY_CAPSLOCK, 1), syn, { EV_LED, LED_CAPSL, 1 }, syn, key(KEY_CAPSLOCK, 0), syn,
+               { EV_LED, LED_NUML, 1 }, { EV_LED, LED_CAPSL, 1 }, key(KEY_LEFTSHIFT, 1), syn }
         << QStringList { u"caps down"_s, u"flags 10000 57"_s, u"caps up"_s, u"flags 30002 56"_s };
-    QTest::newRow("A resync takes the LED state too")
-        << QList<Item> { dropped(), resyncTo({}, true) } << QStringList { u"flags 10000 57"_s };
     QTest::newRow("Nonsense values and codes are ignored") << QList<Item> { key(KEY_A, 3), key(KEY_A, -1),
-        key(KEY_MAX, 1), key(0xffff, 1), ev(EV_REL, REL_X, 5), ev(0x7f, 0, 0), key(KEY_A, 0) }
+        key(KEY_MAX, 1), key(0xffff, 1), { EV_REL, REL_X, 5 }, { 0x7f, 0, 0 }, key(KEY_A, 0) }
                                                            << QStringList {};
 }
 
@@ -141,50 +101,44 @@ void TestEvdevStream::recordedStreams()
         [&lines](KeyCode k, bool pressed) { lines << u"media %1 %2"_s.arg(k).arg(pressed ? u"down"_s : u"up"_s); });
 
     for (const Item& item : std::as_const(items)) {
-        switch (item.op) {
-        case Item::event:
-            stream.processEvent(item.ev);
-            break;
-        case Item::resync: {
+        if (item.type == resyncOp) {
             QVERIFY(stream.needsResync());
             EvdevEventStream::DeviceState state;
             for (int code : item.keysDown)
                 state.keys.set(code);
-            state.capsLockLed = item.led;
+            state.capsLockLed = item.value != 0;
             stream.resync(state);
             QVERIFY(!stream.needsResync());
-            break;
-        }
-        case Item::remove:
+        } else if (item.type == removeOp) {
             stream.deviceRemoved();
             QVERIFY(!processor.isHeld(KEY_UP));
-            break;
+        } else {
+            input_event event {};
+            event.type = std::uint16_t(item.type);
+            event.code = std::uint16_t(item.code);
+            event.value = item.value;
+            stream.processEvent(event);
         }
     }
     QCOMPARE(lines, expected);
 }
 
-void TestEvdevStream::keyboardDetection_data()
-{
-    QTest::addColumn<QList<int>>("keys");
-    QTest::addColumn<bool>("keyboard");
-
-    QTest::newRow("A keyboard has letters and a space bar") << QList<int> { KEY_ESC, KEY_A, KEY_Z, KEY_SPACE } << true;
-    QTest::newRow("Laptop brightness buttons count") << QList<int> { KEY_BRIGHTNESSDOWN, KEY_BRIGHTNESSUP } << true;
-    QTest::newRow("A headset's volume buttons count") << QList<int> { KEY_VOLUMEUP } << true;
-    QTest::newRow("A mouse does not") << QList<int> { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE } << false;
-    QTest::newRow("A power button does not") << QList<int> { KEY_POWER } << false;
-    QTest::newRow("A numeric keypad does not") << QList<int> { KEY_KP1, KEY_KP2, KEY_KPENTER } << false;
-}
-
 void TestEvdevStream::keyboardDetection()
 {
-    QFETCH(QList<int>, keys);
-    QFETCH(bool, keyboard);
-    std::bitset<LinuxKeymap::codeCount> bits;
-    for (int code : keys)
-        bits.set(code);
-    QCOMPARE(EvdevEventStream::isKeyboard(bits), keyboard);
+    const auto isKeyboard = [](std::initializer_list<int> codes) {
+        std::bitset<LinuxKeymap::codeCount> bits;
+        for (int code : codes)
+            bits.set(code);
+        return EvdevEventStream::isKeyboard(bits);
+    };
+    // A keyboard has letters and a space bar; laptop brightness buttons and a headset's volume buttons count too.
+    QVERIFY(isKeyboard({ KEY_ESC, KEY_A, KEY_Z, KEY_SPACE }));
+    QVERIFY(isKeyboard({ KEY_BRIGHTNESSDOWN, KEY_BRIGHTNESSUP }));
+    QVERIFY(isKeyboard({ KEY_VOLUMEUP }));
+    // A mouse, a power button or a numeric keypad do not.
+    QVERIFY(!isKeyboard({ BTN_LEFT, BTN_RIGHT, BTN_MIDDLE }));
+    QVERIFY(!isKeyboard({ KEY_POWER }));
+    QVERIFY(!isKeyboard({ KEY_KP1, KEY_KP2, KEY_KPENTER }));
 }
 
 void TestEvdevStream::backendAccessFollowsTheDeviceDirectory()

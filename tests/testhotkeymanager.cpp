@@ -5,6 +5,7 @@
 #include "input/hotkeymanager.h"
 #include "input/keyboardmonitor.h"
 
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -14,17 +15,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Left Option is the trigger unless a test says otherwise: its down state is its side bit with the generic bit.
-constexpr ModifierFlags optionDown = ModifierFlag::option | ModifierFlag::leftOption;
-constexpr KeyCode optionKey = 58;
-
-enum class Meanwhile
-{
-    nothing,
-    keyDown,
-    shiftChange,
-};
-
 // Members in the order they depend on each other, so they are torn down in the right order.
 struct Fixture
 {
@@ -32,10 +22,10 @@ struct Fixture
     {
         settings.setValue(SettingKeys::triggerModifier(), TriggerModifier::leftOption);
         manager.setPanelHoveredPredicate([this] { return hovered; });
-        manager.setOnTripleTap([this] { ++tripleTaps; });
-        manager.setOnSingleTapWhileHovering([this] { ++singleTaps; });
-        manager.setOnEscapeWhileHovering([this] { ++escapes; });
-        manager.setOnSettingsHotkey([this] { ++settingsHotkeys; });
+        manager.setOnTripleTap([this] { ++fired[0]; });
+        manager.setOnSingleTapWhileHovering([this] { ++fired[1]; });
+        manager.setOnEscapeWhileHovering([this] { ++fired[2]; });
+        manager.setOnSettingsHotkey([this] { ++fired[3]; });
         manager.start();
     }
 
@@ -45,10 +35,8 @@ struct Fixture
     KeyboardMonitor monitor { settings, clock };
     HotkeyManager manager { monitor, settings, clock };
     bool hovered = false;
-    int tripleTaps = 0;
-    int singleTaps = 0;
-    int escapes = 0;
-    int settingsHotkeys = 0;
+    // Triple taps, single taps while hovering, Escapes while hovering, settings hotkeys.
+    QList<int> fired { 0, 0, 0, 0 };
 };
 
 } // namespace
@@ -59,258 +47,139 @@ class TestHotkeyManager final : public QObject
 
 private slots:
     void init() { m_f = std::make_unique<Fixture>(); }
-    void tripleTap_data();
-    void tripleTap();
-    void longPressWithOtherReportsCountsOnce();
-    void singleTapWhileHovering_data();
-    void singleTapWhileHovering();
-    void leftControlNeedsItsOwnKeyCode();
-    void capsLockTriggerFollowsTheLock();
-    void swallowing_data();
-    void swallowing();
-    void globalHotkeySwitchSilencesOnlyTheTripleTap();
-    void stopRemovesHooksAndKeepsCounters();
+    void scripts_data();
+    void scripts();
+    void aManagerThatGoesAwayTakesItsHooks();
 
 private:
-    // Both paths of the monitor hear it, so the manager gets every report twice, as in the running program.
-    void report(ModifierFlags flags, KeyCode keyCode)
-    {
-        m_f->monitor.handleTapFlagsChanged(flags, keyCode);
-        m_f->monitor.handleFlagsChangedEvent(flags, keyCode);
-    }
-    void tapOption(double start, double hold = 0.1)
-    {
-        m_f->clock.advanceTo(start);
-        report(optionDown, optionKey);
-        m_f->clock.advanceTo(start + hold);
-        report(0, optionKey);
-    }
-
     std::unique_ptr<Fixture> m_f;
 };
 
-void TestHotkeyManager::tripleTap_data()
+void TestHotkeyManager::scripts_data()
 {
-    QTest::addColumn<QList<double>>("starts");
-    QTest::addColumn<bool>("hovered");
-    QTest::addColumn<int>("tripleTaps");
-    QTest::addColumn<qint64>("tapCount");
-    QTest::addColumn<int>("singleTaps");
+    // Steps separated by ';'; flags in hex, the rest in decimal. Left Option is the trigger unless "trigger R" (a
+    // raw value) says otherwise. "flags F K": a modifier report, which the manager hears twice as in the running
+    // program. "tap T [H]": left Option pressed at T and released H (0.1) later. "key K": a key-down.
+    // "at T": the clock moves to T. "hover", "escape", "global" 0|1: the panel hovered and the two switches.
+    // "stop", "start", "deaf" (the Escape and settings callbacks cleared). Checks: "fired T S E C" the triple taps,
+    // single taps, Escapes and settings hotkeys so far (missing ones 0), "count N" the taps counted, "last T|-" the
+    // start of the last counted tap, "since T|-" the start of the current press, "pressed 0|1", "other 0|1" a key
+    // during the press, "swallow K 0|1" a key-down and whether it is kept from other applications, "hooks 0|1".
+    QTest::addColumn<QString>("script");
 
-    QTest::newRow("Three presses 0.25 s apart fire once") << QList<double> { 0, 0.25, 0.5 } << false << 1 << 0LL << 0;
-    QTest::newRow("A fourth press 0.25 s later starts a new count at 1")
-        << QList<double> { 0, 0.25, 0.5, 0.75 } << false << 1 << 1LL << 0;
-    QTest::newRow("Gaps of 0.2 s and then 0.35 s leave the count at 1")
-        << QList<double> { 0, 0.2, 0.55 } << false << 0 << 1LL << 0;
-    QTest::newRow("A gap of exactly 0.3 s is too long") << QList<double> { 0, 0.3, 0.6 } << false << 0 << 1LL << 0;
-    QTest::newRow("Six quick presses fire twice")
-        << QList<double> { 0, 0.25, 0.5, 0.75, 1.0, 1.25 } << false << 2 << 0LL << 0;
+    QTest::newRow("Presses less than 0.3 s apart fire on every third, and the count starts again after each")
+        << u"tap 0; tap .25; tap .5; fired 1; count 0; last -; tap .75; count 1; last .75; tap 1; tap 1.25; fired 2"_s;
+    QTest::newRow("A gap of 0.3 s or more starts the count again")
+        << u"tap 0; tap .3; count 1; tap .6; count 1; tap .8; count 2; tap 1.15; fired 0; count 1; last 1.15"_s;
     QTest::newRow("Each tap of a triple tap while hovering is a single tap too")
-        << QList<double> { 0, 0.25, 0.5 } << true << 1 << 0LL << 3;
-}
-
-void TestHotkeyManager::tripleTap()
-{
-    QFETCH(QList<double>, starts);
-    QFETCH(bool, hovered);
-    QFETCH(int, tripleTaps);
-    QFETCH(qint64, tapCount);
-    QFETCH(int, singleTaps);
-
-    m_f->hovered = hovered;
-    for (double start : starts)
-        tapOption(start);
-    QCOMPARE(m_f->tripleTaps, tripleTaps);
-    QCOMPARE(m_f->manager.tapCount(), tapCount);
-    QCOMPARE(m_f->manager.lastTapTime(), tapCount == 0 ? std::nullopt : std::optional<double>(starts.last()));
-    QCOMPARE(m_f->singleTaps, singleTaps);
-}
-
-void TestHotkeyManager::longPressWithOtherReportsCountsOnce()
-{
-    m_f->hovered = true;
-    tapOption(0);
-    tapOption(0.25);
-    m_f->clock.advanceTo(0.5);
-    report(optionDown, optionKey);
-    QCOMPARE(m_f->tripleTaps, 1);
-
+        << u"hover 1; tap 0; tap .25; tap .5; fired 1 3"_s;
     // Two seconds held, with Shift going down and up and a key typed: still the same press.
-    m_f->clock.advanceTo(1.0);
-    report(optionDown | ModifierFlag::shift | ModifierFlag::leftShift, 56);
-    m_f->monitor.handleKeyDown(0);
-    report(optionDown, 56);
-    m_f->clock.advanceTo(2.5);
-    report(0, optionKey);
-    QCOMPARE(m_f->tripleTaps, 1);
-    QCOMPARE(m_f->singleTaps, 2);
-    QVERIFY(!m_f->manager.pressTime());
-
-    tapOption(2.6);
-    QCOMPARE(m_f->manager.tapCount(), 1);
-}
-
-void TestHotkeyManager::singleTapWhileHovering_data()
-{
-    QTest::addColumn<bool>("hovered");
-    QTest::addColumn<double>("hold");
-    QTest::addColumn<Meanwhile>("meanwhile");
-    QTest::addColumn<int>("singleTaps");
-
-    QTest::newRow("A 0.1 s tap alone while hovering fires") << true << 0.1 << Meanwhile::nothing << 1;
-    QTest::newRow("A tap of exactly 0.15 s is too long") << true << 0.15 << Meanwhile::nothing << 0;
-    QTest::newRow("A key typed during the tap cancels it") << true << 0.1 << Meanwhile::keyDown << 0;
-    QTest::newRow("Another modifier during the tap is no key") << true << 0.1 << Meanwhile::shiftChange << 1;
-    QTest::newRow("A tap while not hovering fires nothing") << false << 0.1 << Meanwhile::nothing << 0;
-}
-
-void TestHotkeyManager::singleTapWhileHovering()
-{
-    QFETCH(bool, hovered);
-    QFETCH(double, hold);
-    QFETCH(Meanwhile, meanwhile);
-    QFETCH(int, singleTaps);
-
-    m_f->hovered = hovered;
-    report(optionDown, optionKey);
-    QCOMPARE(m_f->manager.pressTime(), 0.0);
-    if (meanwhile == Meanwhile::keyDown)
-        m_f->monitor.handleKeyDown(0);
-    if (meanwhile == Meanwhile::shiftChange)
-        report(optionDown | ModifierFlag::shift, 56);
-    QCOMPARE(m_f->manager.otherKeyDuringPress(), meanwhile == Meanwhile::keyDown);
-    m_f->clock.advanceTo(hold);
-    report(0, optionKey);
-    QCOMPARE(m_f->singleTaps, singleTaps);
-}
-
-void TestHotkeyManager::leftControlNeedsItsOwnKeyCode()
-{
-    m_f->settings.setValue(SettingKeys::triggerModifier(), TriggerModifier::leftControl);
-    report(0x40001, 56);
-    report(0x42000, 62);
-    QVERIFY(!m_f->manager.wasPressed());
-
-    report(0x40001, 59);
-    QVERIFY(m_f->manager.wasPressed());
+    QTest::newRow("A long press with other reports in between counts once")
+        << u"hover 1; tap 0; tap .25; at .5; flags 80020 58; fired 1 2; at 1; flags a0022 56; key 0; flags 80020 56;"
+           " at 2.5; flags 0 58; fired 1 2; since -; tap 2.6; count 1"_s;
+    QTest::newRow("A single tap is the trigger alone for less than 0.15 s while hovering; a modifier is no key")
+        << u"hover 1; tap 0 .15; fired; at 1; flags 80020 58; since 1; other 0; at 1.1; flags 0 58; fired 0 1; at 2;"
+           " flags 80020 58; key 0; other 1; at 2.1; flags 0 58; fired 0 1; at 3; flags 80020 58; flags a0020 56;"
+           " other 0; at 3.1; flags 0 58; fired 0 2; hover 0; tap 4; fired 0 2"_s;
     // A Shift change while Control is held carries Shift's key code, so it ends the press.
-    m_f->clock.advanceTo(0.05);
-    report(0x40003, 56);
-    QVERIFY(!m_f->manager.wasPressed());
-    QVERIFY(!m_f->manager.pressTime());
-
-    m_f->clock.advanceTo(0.1);
-    report(0x40001, 56);
-    report(0, 59);
-    report(0x40001, 59);
-    QCOMPARE(m_f->manager.tapCount(), 2);
-}
-
-void TestHotkeyManager::capsLockTriggerFollowsTheLock()
-{
-    m_f->settings.setValue(SettingKeys::triggerModifier(), TriggerModifier::capsLock);
+    QTest::newRow("Left Control needs its own key code")
+        << u"trigger leftControl; flags 40001 56; flags 42000 62; pressed 0; flags 40001 59; pressed 1; at .05;"
+           " flags 40003 56; pressed 0; since -; at .1; flags 40001 56; flags 0 59; flags 40001 59; count 2"_s;
     // Each key press toggles the lock bit; the release of the key changes nothing.
-    const QList<std::pair<double, ModifierFlags>> lockReports { { 0.0, 0x10000 }, { 0.1, 0x10000 }, { 0.2, 0 },
-        { 0.25, 0x10000 }, { 0.4, 0 }, { 0.5, 0x10000 } };
-    for (const auto& [time, flags] : lockReports) {
-        m_f->clock.advanceTo(time);
-        report(flags, KeyboardMonitor::capsLockKeyCode);
-        if (time == 0.25)
-            QCOMPARE(m_f->manager.tapCount(), 2);
-    }
-    QCOMPARE(m_f->tripleTaps, 1);
-    QVERIFY(m_f->manager.wasPressed());
-}
-
-void TestHotkeyManager::swallowing_data()
-{
-    QTest::addColumn<bool>("hovered");
-    QTest::addColumn<bool>("escapeSetting");
-    QTest::addColumn<int>("keyCode");
-    QTest::addColumn<quint64>("flags");
-    QTest::addColumn<bool>("swallowed");
-    QTest::addColumn<int>("escapes");
-    QTest::addColumn<int>("settingsHotkeys");
-
-    QTest::newRow("Escape while hovering with the setting on is swallowed")
-        << true << true << 53 << quint64(0) << true << 1 << 0;
-    QTest::newRow("Escape while hovering with the setting off passes")
-        << true << false << 53 << quint64(0) << false << 0 << 0;
-    QTest::newRow("Escape while not hovering passes") << false << true << 53 << quint64(0) << false << 0 << 0;
-    QTest::newRow("Command-comma while hovering is swallowed")
-        << true << false << 43 << quint64(0x100008) << true << 0 << 1;
-    QTest::newRow("Right Command-comma while hovering is swallowed")
-        << true << false << 43 << quint64(0x100010) << true << 0 << 1;
-    QTest::newRow("Comma without Command while hovering passes") << true << true << 43 << quint64(0) << false << 0 << 0;
-    QTest::newRow("Control-comma while hovering passes") << true << true << 43 << quint64(0x40001) << false << 0 << 0;
-    QTest::newRow("Command-comma while not hovering passes")
-        << false << true << 43 << quint64(0x100008) << false << 0 << 0;
-    QTest::newRow("Another key while hovering passes") << true << true << 0 << quint64(0x100008) << false << 0 << 0;
-}
-
-void TestHotkeyManager::swallowing()
-{
-    QFETCH(bool, hovered);
-    QFETCH(bool, escapeSetting);
-    QFETCH(int, keyCode);
-    QFETCH(quint64, flags);
-    QFETCH(bool, swallowed);
-    QFETCH(int, escapes);
-    QFETCH(int, settingsHotkeys);
-
-    m_f->hovered = hovered;
-    m_f->settings.setValue(SettingKeys::escapeToHideOnHover(), escapeSetting);
-    report(flags, 55);
-    QCOMPARE(m_f->monitor.handleKeyDown(KeyCode(keyCode)), swallowed);
-    QCOMPARE(m_f->escapes, escapes);
-    QCOMPARE(m_f->settingsHotkeys, settingsHotkeys);
-    QCOMPARE(m_f->manager.swallowedShortcuts(), (HotkeyManager::SwallowedShortcuts { escapeSetting, true }));
-
-    // The decision does not depend on anyone listening.
-    m_f->manager.setOnEscapeWhileHovering(nullptr);
-    m_f->manager.setOnSettingsHotkey(nullptr);
-    QCOMPARE(m_f->monitor.handleKeyDown(KeyCode(keyCode)), swallowed);
-}
-
-void TestHotkeyManager::globalHotkeySwitchSilencesOnlyTheTripleTap()
-{
-    m_f->settings.setValue(SettingKeys::enableGlobalHotkey(), false);
-    m_f->settings.setValue(SettingKeys::escapeToHideOnHover(), true);
-    m_f->hovered = true;
-    tapOption(0);
-    tapOption(0.25);
-    tapOption(0.5);
-    QCOMPARE(m_f->tripleTaps, 0);
-    QCOMPARE(m_f->manager.tapCount(), 0);
-    QCOMPARE(m_f->singleTaps, 3);
-    QVERIFY(m_f->monitor.handleKeyDown(53));
-    QCOMPARE(m_f->escapes, 1);
-
+    QTest::newRow("The Caps Lock trigger follows the lock")
+        << u"trigger capsLock; flags 10000 57; at .1; flags 10000 57; at .2; flags 0 57; at .25; flags 10000 57;"
+           " count 2; at .4; flags 0 57; at .5; flags 10000 57; fired 1; pressed 1"_s;
     // Read when the third press comes, not when the manager started.
-    tapOption(1.0);
-    tapOption(1.25);
-    m_f->settings.setValue(SettingKeys::enableGlobalHotkey(), true);
-    tapOption(1.5);
-    QCOMPARE(m_f->tripleTaps, 1);
+    QTest::newRow("The global hotkey switch silences only the triple tap")
+        << u"global 0; escape 1; hover 1; tap 0; tap .25; tap .5; fired 0 3; count 0; swallow 53 1; fired 0 3 1;"
+           " tap 1; tap 1.25; global 1; tap 1.5; fired 1 6 1"_s;
+    QTest::newRow("Stopping removes the hooks and keeps the counters")
+        << u"hover 1; escape 1; tap 0; stop; hooks 0; tap .12 .02; swallow 53 0; count 1; start; hooks 1; tap .2;"
+           " count 2"_s;
+    // The decision does not depend on anyone listening.
+    QTest::newRow("While hovering, Escape is swallowed as the setting says, Command-comma always")
+        << u"hover 1; escape 0; swallow 53 0; escape 1; swallow 53 1; fired 0 0 1; swallow 43 0; flags 40001 59;"
+           " swallow 43 0; flags 100008 55; swallow 43 1; swallow 0 0; flags 100010 54; swallow 43 1; fired 0 0 1 2;"
+           " deaf; swallow 53 1; swallow 43 1"_s;
+    QTest::newRow("Nothing is swallowed while not hovering")
+        << u"escape 1; swallow 53 0; flags 100008 55; swallow 43 0; fired"_s;
 }
 
-void TestHotkeyManager::stopRemovesHooksAndKeepsCounters()
+void TestHotkeyManager::scripts()
 {
-    m_f->hovered = true;
-    m_f->settings.setValue(SettingKeys::escapeToHideOnHover(), true);
-    tapOption(0);
-    m_f->manager.stop();
-    QVERIFY(!m_f->monitor.onKeyDown());
-    QVERIFY(!m_f->monitor.onFlagsChanged());
-    tapOption(0.12, 0.02);
-    QVERIFY(!m_f->monitor.handleKeyDown(53));
-    QCOMPARE(m_f->manager.tapCount(), 1);
+    QFETCH(QString, script);
+    HotkeyManager& manager = m_f->manager;
+    KeyboardMonitor& monitor = m_f->monitor;
+    // Both paths of the monitor hear it, so the manager gets every report twice, as in the running program.
+    const auto report = [&](ModifierFlags flags, KeyCode keyCode) {
+        monitor.handleTapFlagsChanged(flags, keyCode);
+        monitor.handleFlagsChangedEvent(flags, keyCode);
+    };
+    const auto time = [](const QString& word) { return word == u"-" ? std::nullopt : std::optional(word.toDouble()); };
+    for (const QString& step : script.split(u';', Qt::SkipEmptyParts)) {
+        const auto where = qScopeGuard([&] {
+            if (QTest::currentTestFailed())
+                qWarning("at step \"%s\"", qPrintable(step));
+        });
+        const QStringList w = step.split(u' ', Qt::SkipEmptyParts);
+        const auto number = [&](int i) { return w.at(i).toInt(); };
+        const QString& op = w.first();
+        if (op == u"flags") {
+            report(ModifierFlags(w.at(1).toULongLong(nullptr, 16)), KeyCode(number(2)));
+        } else if (op == u"tap") {
+            const double start = w.at(1).toDouble();
+            m_f->clock.advanceTo(start);
+            report(ModifierFlag::option | ModifierFlag::leftOption, 58);
+            m_f->clock.advanceTo(start + (w.size() > 2 ? w.at(2).toDouble() : 0.1));
+            report(0, 58);
+        } else if (op == u"key") {
+            monitor.handleKeyDown(KeyCode(number(1)));
+        } else if (op == u"at") {
+            m_f->clock.advanceTo(w.at(1).toDouble());
+        } else if (op == u"trigger") {
+            m_f->settings.setValue(SettingKeys::triggerModifier(), *TriggerModifiers::fromRawValue(w.at(1)));
+        } else if (op == u"hover") {
+            m_f->hovered = number(1) != 0;
+        } else if (op == u"escape") {
+            m_f->settings.setValue(SettingKeys::escapeToHideOnHover(), number(1) != 0);
+            QCOMPARE(manager.swallowedShortcuts(), (HotkeyManager::SwallowedShortcuts { number(1) != 0, true }));
+        } else if (op == u"global") {
+            m_f->settings.setValue(SettingKeys::enableGlobalHotkey(), number(1) != 0);
+        } else if (op == u"stop") {
+            manager.stop();
+        } else if (op == u"start") {
+            manager.start();
+        } else if (op == u"deaf") {
+            manager.setOnEscapeWhileHovering(nullptr);
+            manager.setOnSettingsHotkey(nullptr);
+        } else if (op == u"fired") {
+            QList<int> expected { 0, 0, 0, 0 };
+            for (int i = 1; i < w.size(); ++i)
+                expected[i - 1] = number(i);
+            QCOMPARE(m_f->fired, expected);
+        } else if (op == u"count") {
+            QCOMPARE(manager.tapCount(), std::int64_t(number(1)));
+        } else if (op == u"last") {
+            QCOMPARE(manager.lastTapTime(), time(w.at(1)));
+        } else if (op == u"since") {
+            QCOMPARE(manager.pressTime(), time(w.at(1)));
+        } else if (op == u"pressed") {
+            QCOMPARE(manager.wasPressed(), number(1) != 0);
+        } else if (op == u"other") {
+            QCOMPARE(manager.otherKeyDuringPress(), number(1) != 0);
+        } else if (op == u"swallow") {
+            QCOMPARE(monitor.handleKeyDown(KeyCode(number(1))), number(2) != 0);
+        } else if (op == u"hooks") {
+            QCOMPARE(bool(monitor.onKeyDown()), number(1) != 0);
+            QCOMPARE(bool(monitor.onFlagsChanged()), number(1) != 0);
+        } else {
+            QFAIL(qPrintable(step));
+        }
+    }
+}
 
-    m_f->manager.start();
-    tapOption(0.2);
-    QCOMPARE(m_f->manager.tapCount(), 2);
-
-    // A manager that goes away takes its hooks with it.
+void TestHotkeyManager::aManagerThatGoesAwayTakesItsHooks()
+{
     std::make_unique<HotkeyManager>(m_f->monitor, m_f->settings, m_f->clock)->start();
     QVERIFY(!m_f->monitor.onKeyDown());
     QVERIFY(!m_f->monitor.onFlagsChanged());

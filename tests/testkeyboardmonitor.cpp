@@ -6,11 +6,11 @@
 #include "input/keyboardmonitor.h"
 
 #include <QCoreApplication>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <algorithm>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -40,17 +40,10 @@ struct Fixture
     ManualClock clock;
     FakeBackend backend;
     KeyboardMonitor monitor { settings, clock };
+    QSignalSpy changed { &monitor, &KeyboardMonitor::pressedKeysChanged };
+    QSignalSpy keyChanged { &monitor, &KeyboardMonitor::keyChanged };
+    qint64 recorded = -1;
 };
-
-QList<KeyCode> sorted(QList<KeyCode> codes)
-{
-    std::sort(codes.begin(), codes.end());
-    return codes;
-}
-
-// A remapped Caps Lock holding Shift, Control, Option and Command, reported with left side bits.
-constexpr ModifierFlags hyperKeyCombination = 0x1E0000 | 0x2 | 0x1 | 0x20 | 0x8;
-const QList<KeyCode> hyperKeyModifiers { 55, 56, 58, 59 };
 
 } // namespace
 
@@ -61,19 +54,10 @@ class TestKeyboardMonitor final : public QObject
 private slots:
     void init() { m_f = std::make_unique<Fixture>(); }
     void clocksRunJobsInOrderOnlyForLiveContexts();
-    void keysAreShownFromDownToUp();
-    void modifierKeysFromFlags_data();
-    void modifierKeysFromFlags();
-    void keyStreamReportTouchesOnlyItsKey();
-    void capsLockWithoutCombination();
-    void hyperKeyDisplay_data();
-    void hyperKeyDisplay();
-    void releaseWithinDebounceLeavesNothing();
-    void keyCodesForModifiers_data();
-    void keyCodesForModifiers();
-    void hyperKeyRecording_data();
-    void hyperKeyRecording();
-    void releaseAllForgetsEverything();
+    void scripts_data();
+    void scripts();
+    void hooks();
+    void staticTables();
 
 private:
     QList<KeyCode> shown() const { return m_f->monitor.pressedKeys().toList(); }
@@ -117,87 +101,143 @@ void TestKeyboardMonitor::clocksRunJobsInOrderOnlyForLiveContexts()
     QCOMPARE(ran, QList<double> { 1 });
 }
 
-void TestKeyboardMonitor::keysAreShownFromDownToUp()
+void TestKeyboardMonitor::scripts_data()
+{
+    // Steps separated by ';', numbers in decimal except flags (hex). From the back end: "down K", "up K",
+    // "media K 0|1", "caps 0|1" (the Caps Lock key), "flags F K" (a modifier report, which goes down both paths),
+    // "lock 0|1" (the lock state it reads). One path alone: "tap F K", "event F K". "hyper F 0|1": the recorded
+    // combination and whether it shows as Caps Lock. "record": start recording one, as the settings window does.
+    // "at T": the clock moves to T. Checks: "= K..." the keys shown, "on 0|1" the lock state, "mods F" the flags,
+    // "recorded F|-" what recording delivered, "changes N M" the pressedKeysChanged and keyChanged signals since
+    // the last "changes".
+    QTest::addColumn<QString>("script");
+
+    QTest::newRow("Auto-repeat is announced although nothing changes; media keys show on their F-key")
+        << u"down 0; changes; down 0; changes 1 0; media 111 1; = 0 111; up 0; media 111 0; =; changes 3 3"_s;
+    // From everything held to each state: keys go as well as come, and other keys stay.
+    QTest::newRow("A left key also counts by the generic bit, unless the right side bit is set")
+        << u"down 0; event 9e207f 56; = 0 54 55 56 58 59 60 61 62 63; event 20000 56; = 0 56; event 20006 60;"
+           " = 0 56 60; event 20002 60; = 0 56; event 10 54; = 0 54; event 100000 55; = 0 55; mods 100000"_s;
+    QTest::newRow("fn shows by its bit; lock, numeric pad and help bits light nothing")
+        << u"down 0; event 9e207f 56; event 800000 63; = 0 63; event 610000 56; = 0; mods 610000"_s;
+    QTest::newRow("A key stream report touches only its own key")
+        << u"tap 20002 56; tap 20006 60; = 56 60; tap 20002 60; = 56; changes 3 3; tap 10000 57; = 56; changes 0 0;"
+           " mods 10000"_s;
+    QTest::newRow("Caps Lock without a combination shows at once, and the lock is read 0.1 s after each move")
+        << u"lock 1; start; on 1; caps 1; = 57; lock 0; at .09; on 1; at .1; on 0; caps 0; =; lock 1; at .19; on 0;"
+           " at .2; on 1"_s;
+    QTest::newRow("HyperKey shown as Caps Lock, the flags after the key")
+        << u"hyper 1e0000 1; caps 1; =; flags 1e002b 56; = 57; at .05; = 57; flags 1e002f 60; = 57 60; caps 0;"
+           " flags 0 56; ="_s;
+    // The flags came before the key knew it was held: nothing changes until the delay is over.
+    QTest::newRow("HyperKey shown as Caps Lock, the flags before the key")
+        << u"hyper 1e0000 1; flags 1e002b 56; caps 1; = 55 56 58 59; at .049; = 55 56 58 59; at .05; = 57;"
+           " flags 1e002f 60; = 57 60; caps 0; flags 0 56; ="_s;
+    QTest::newRow("HyperKey shown as modifiers, the flags after the key")
+        << u"hyper 1e0000 0; caps 1; =; flags 1e002b 56; = 55 56 58 59; at .05; = 55 56 58 59; flags 1e002f 60;"
+           " = 55 56 58 59 60; caps 0; flags 0 56; ="_s;
+    QTest::newRow("HyperKey shown as modifiers, the flags before the key")
+        << u"hyper 1e0000 0; flags 1e002b 56; caps 1; = 55 56 58 59; at .05; = 55 56 58 59; caps 0; flags 0 56; ="_s;
+    QTest::newRow("HyperKey released within the delay leaves nothing; a new press waits its own full delay")
+        << u"hyper 1e0000 1; caps 1; at .03; caps 0; at .1; =; caps 1; at .12; caps 0; at .13; caps 1; at .17; =;"
+           " at .19; = 57"_s;
+    QTest::newRow("Releasing all forgets keys, flags and a pending HyperKey step, telling of each key")
+        << u"hyper 1e0000 1; down 999; flags 20002 56; caps 1; changes; release; =; mods 0; changes 1 2; at .2; ="_s;
+
+    QTest::newRow("Recording needs Caps Lock held") << u"record; tap 20002 56; event 20002 56; recorded -"_s;
+    QTest::newRow("Recording ignores Caps Lock and fn bits alone")
+        << u"record; caps 1; tap 810000 56; event 810000 56; recorded -"_s;
+    QTest::newRow("Recording takes a combination from the second path only")
+        << u"record; caps 1; tap 140009 56; recorded -; event 140009 56; recorded 140009"_s;
+    QTest::newRow("Recording strips lock, numeric pad, help and fn bits")
+        << u"record; caps 1; event ffffff 56; recorded 1e207f"_s;
+}
+
+void TestKeyboardMonitor::scripts()
+{
+    QFETCH(QString, script);
+    KeyboardMonitor& monitor = m_f->monitor;
+    FakeBackend& backend = m_f->backend;
+    for (const QString& step : script.split(u';', Qt::SkipEmptyParts)) {
+        const auto where = qScopeGuard([&] {
+            if (QTest::currentTestFailed())
+                qWarning("at step \"%s\"", qPrintable(step));
+        });
+        const QStringList w = step.split(u' ', Qt::SkipEmptyParts);
+        const auto number = [&](int i) { return KeyCode(w.at(i).toUInt()); };
+        const auto flags = [&](int i) { return ModifierFlags(w.at(i).toULongLong(nullptr, 16)); };
+        const QString& op = w.first();
+        if (op == u"down") {
+            emit backend.keyDown(number(1));
+        } else if (op == u"up") {
+            emit backend.keyUp(number(1));
+        } else if (op == u"media") {
+            emit backend.mediaKey(number(1), number(2) != 0);
+        } else if (op == u"caps") {
+            emit backend.capsLockKey(number(1) != 0);
+        } else if (op == u"flags") {
+            emit backend.flagsChanged(flags(1), number(2));
+        } else if (op == u"lock") {
+            backend.m_lockOn = number(1) != 0;
+        } else if (op == u"start") {
+            QVERIFY(monitor.start());
+        } else if (op == u"tap") {
+            monitor.handleTapFlagsChanged(flags(1), number(2));
+        } else if (op == u"event") {
+            monitor.handleFlagsChangedEvent(flags(1), number(2));
+        } else if (op == u"hyper") {
+            m_f->settings.setValue(SettingKeys::hyperKeyModifiers(), std::uint64_t(flags(1)));
+            m_f->settings.setValue(SettingKeys::hyperKeyShowAsCapsLock(), number(2) != 0);
+        } else if (op == u"record") {
+            // The callback stores the result and ends recording by clearing itself.
+            monitor.setRecordingHyperKey(true);
+            monitor.setOnHyperKeyRecorded([&](ModifierFlags mask) {
+                m_f->recorded = qint64(mask);
+                monitor.setOnHyperKeyRecorded(nullptr);
+            });
+        } else if (op == u"release") {
+            monitor.releaseAll();
+        } else if (op == u"at") {
+            m_f->clock.advanceTo(w.at(1).toDouble());
+        } else if (op == u"=") {
+            QList<KeyCode> expected;
+            for (int i = 1; i < w.size(); ++i)
+                expected << number(i);
+            QCOMPARE(shown(), expected);
+        } else if (op == u"on") {
+            QCOMPARE(monitor.capsLockOn(), number(1) != 0);
+        } else if (op == u"mods") {
+            QCOMPARE(monitor.modifierFlags(), flags(1));
+        } else if (op == u"recorded") {
+            QCOMPARE(m_f->recorded, w.at(1) == u"-" ? -1 : qint64(flags(1)));
+            QCOMPARE(monitor.isRecordingHyperKey(), w.at(1) == u"-");
+        } else if (op == u"changes") {
+            if (w.size() > 1) {
+                QCOMPARE(m_f->changed.count(), int(number(1)));
+                QCOMPARE(m_f->keyChanged.count(), int(number(2)));
+            }
+            m_f->changed.clear();
+            m_f->keyChanged.clear();
+        } else {
+            QFAIL(qPrintable(step));
+        }
+    }
+}
+
+void TestKeyboardMonitor::hooks()
 {
     KeyboardMonitor& monitor = m_f->monitor;
-    QVERIFY(monitor.pressedKeys().isEmpty());
-    QCOMPARE(monitor.modifierFlags(), ModifierFlags(0));
     QVERIFY(!monitor.handleKeyDown(0));
-
-    QSignalSpy changed(&monitor, &KeyboardMonitor::pressedKeysChanged);
-    QSignalSpy keyChanged(&monitor, &KeyboardMonitor::keyChanged);
-    int looked = 0;
+    // The hook hears every key-down, auto-repeat included; a swallowed one is still shown until its key-up.
+    QList<KeyCode> looked;
     monitor.setOnKeyDown([&](KeyCode code) {
-        ++looked;
+        looked << code;
         return code == 53;
     });
-
-    // Auto-repeat: the set stays as it was, yet observers and the hook hear of every key-down.
     emit m_f->backend.keyDown(0);
-    QCOMPARE(changed.count(), 1);
-    QCOMPARE(keyChanged.count(), 0);
-    QCOMPARE(looked, 1);
-
-    // A swallowed key-down is still shown until its key-up.
     QVERIFY(monitor.handleKeyDown(53));
+    QCOMPARE(looked, (QList<KeyCode> { 0, 53 }));
     QCOMPARE(shown(), (QList<KeyCode> { 0, 53 }));
-    emit m_f->backend.keyUp(53);
-    emit m_f->backend.keyUp(0);
-    QVERIFY(monitor.pressedKeys().isEmpty());
-    QCOMPARE(keyChanged.last(), (QVariantList { QVariant::fromValue(KeyCode(0)), false }));
-
-    // Media keys arrive as the F-key carrying their symbol; types outside the table mean nothing.
-    emit m_f->backend.mediaKey(111, true);
-    QCOMPARE(shown(), QList<KeyCode> { 111 });
-    emit m_f->backend.mediaKey(111, false);
-    QVERIFY(monitor.pressedKeys().isEmpty());
-    QCOMPARE(KeyboardMonitor::mediaKeyCode(0), std::optional<KeyCode>(111));
-    QCOMPARE(KeyboardMonitor::mediaKeyCode(4), std::nullopt);
-    QCOMPARE(KeyboardMonitor::mediaKeyCode(6), std::nullopt);
-}
-
-void TestKeyboardMonitor::modifierKeysFromFlags_data()
-{
-    QTest::addColumn<quint64>("flags");
-    QTest::addColumn<QList<KeyCode>>("expected");
-
-    QTest::newRow("Shift reported without side bits shows the left Shift only")
-        << quint64(0x20000) << QList<KeyCode> { 56 };
-    QTest::newRow("Both Shift keys") << quint64(0x20006) << QList<KeyCode> { 56, 60 };
-    QTest::newRow("Releasing the right Shift keeps the left one") << quint64(0x20002) << QList<KeyCode> { 56 };
-    QTest::newRow("The right Command side bit alone") << quint64(0x10) << QList<KeyCode> { 54 };
-    QTest::newRow("Command without side bits shows the left Command") << quint64(0x100000) << QList<KeyCode> { 55 };
-    QTest::newRow("fn is shown while its bit is set") << quint64(0x800000) << QList<KeyCode> { 63 };
-    QTest::newRow("Lock, numeric pad and help bits light nothing") << quint64(0x610000) << QList<KeyCode> {};
-}
-
-void TestKeyboardMonitor::modifierKeysFromFlags()
-{
-    QFETCH(quint64, flags);
-    QFETCH(QList<KeyCode>, expected);
-
-    // From everything held to `flags`: keys go as well as come, and other keys stay.
-    emit m_f->backend.keyDown(0);
-    m_f->monitor.handleFlagsChangedEvent(KeyboardMonitor::hyperKeyModifierMask | ModifierFlag::function, 56);
-    QCOMPARE(m_f->monitor.pressedKeys().size(), 10);
-    m_f->monitor.handleFlagsChangedEvent(flags, 56);
-    QCOMPARE(shown(), sorted(expected << 0));
-    QCOMPARE(m_f->monitor.modifierFlags(), flags);
-}
-
-void TestKeyboardMonitor::keyStreamReportTouchesOnlyItsKey()
-{
-    KeyboardMonitor& monitor = m_f->monitor;
-    monitor.handleTapFlagsChanged(0x20002, 56);
-    monitor.handleTapFlagsChanged(0x20006, 60);
-    QCOMPARE(shown(), (QList<KeyCode> { 56, 60 }));
-    monitor.handleTapFlagsChanged(0x20002, 60);
-    QCOMPARE(shown(), QList<KeyCode> { 56 });
-
-    QSignalSpy changed(&monitor, &KeyboardMonitor::pressedKeysChanged);
-    monitor.handleTapFlagsChanged(0x10000, KeyboardMonitor::capsLockKeyCode);
-    QCOMPARE(changed.count(), 0);
-    QCOMPARE(monitor.modifierFlags(), ModifierFlags(0x10000));
 
     // A back end's report goes down both paths: the hook hears it twice, the flags change once.
     QList<QPair<ModifierFlags, KeyCode>> reports;
@@ -206,168 +246,18 @@ void TestKeyboardMonitor::keyStreamReportTouchesOnlyItsKey()
     emit m_f->backend.flagsChanged(0x80040, 61);
     QCOMPARE(reports, (QList<QPair<ModifierFlags, KeyCode>> { { 0x80040, 61 }, { 0x80040, 61 } }));
     QCOMPARE(flagsChanged.count(), 1);
-    QCOMPARE(shown(), QList<KeyCode> { 61 });
+    QCOMPARE(shown(), (QList<KeyCode> { 0, 53, 61 }));
 }
 
-void TestKeyboardMonitor::capsLockWithoutCombination()
+void TestKeyboardMonitor::staticTables()
 {
-    KeyboardMonitor& monitor = m_f->monitor;
-    m_f->backend.m_lockOn = true;
-    QVERIFY(monitor.start());
-    QVERIFY(monitor.capsLockOn());
-    QSignalSpy lockChanged(&monitor, &KeyboardMonitor::capsLockOnChanged);
-
-    emit m_f->backend.capsLockKey(true);
-    QCOMPARE(shown(), QList<KeyCode> { 57 });
-    m_f->backend.m_lockOn = false;
-    m_f->clock.advance(0.09);
-    QVERIFY(monitor.capsLockOn());
-    m_f->clock.advanceTo(0.1);
-    QVERIFY(!monitor.capsLockOn());
-
-    // The release is followed by a read as well.
-    emit m_f->backend.capsLockKey(false);
-    QVERIFY(monitor.pressedKeys().isEmpty());
-    m_f->backend.m_lockOn = true;
-    m_f->clock.advance(KeyboardMonitor::capsLockRefreshDelay);
-    QVERIFY(monitor.capsLockOn());
-    QCOMPARE(lockChanged.count(), 2);
-}
-
-void TestKeyboardMonitor::hyperKeyDisplay_data()
-{
-    QTest::addColumn<bool>("showAsCapsLock");
-    QTest::addColumn<bool>("flagsFirst");
-    QTest::addColumn<QList<KeyCode>>("expected");
-
-    QTest::newRow("Shown as Caps Lock, the flags after the key") << true << false << QList<KeyCode> { 57 };
-    QTest::newRow("Shown as Caps Lock, the flags before the key") << true << true << QList<KeyCode> { 57 };
-    QTest::newRow("Shown as modifiers, the flags after the key") << false << false << hyperKeyModifiers;
-    QTest::newRow("Shown as modifiers, the flags before the key") << false << true << hyperKeyModifiers;
-}
-
-void TestKeyboardMonitor::hyperKeyDisplay()
-{
-    QFETCH(bool, showAsCapsLock);
-    QFETCH(bool, flagsFirst);
-    QFETCH(QList<KeyCode>, expected);
-    m_f->settings.setValue(SettingKeys::hyperKeyModifiers(), std::uint64_t(0x1E0000));
-    m_f->settings.setValue(SettingKeys::hyperKeyShowAsCapsLock(), showAsCapsLock);
-
-    if (flagsFirst) {
-        emit m_f->backend.flagsChanged(hyperKeyCombination, 56);
-        emit m_f->backend.capsLockKey(true);
-        // The flags came before the key knew it was held: nothing changes until the delay is over.
-        QCOMPARE(shown(), hyperKeyModifiers);
-    } else {
-        emit m_f->backend.capsLockKey(true);
-        QVERIFY(m_f->monitor.pressedKeys().isEmpty());
-        emit m_f->backend.flagsChanged(hyperKeyCombination, 56);
-        QCOMPARE(shown(), expected);
-    }
-    m_f->clock.advance(KeyboardMonitor::hyperKeyDebounceDelay);
-    QCOMPARE(shown(), expected);
-
-    // Another modifier while held is shown as usual.
-    emit m_f->backend.flagsChanged(hyperKeyCombination | ModifierFlag::rightShift, 60);
-    QCOMPARE(shown(), sorted(expected << 60));
-
-    emit m_f->backend.capsLockKey(false);
-    emit m_f->backend.flagsChanged(0, 56);
-    QVERIFY(m_f->monitor.pressedKeys().isEmpty());
-}
-
-void TestKeyboardMonitor::releaseWithinDebounceLeavesNothing()
-{
-    m_f->settings.setValue(SettingKeys::hyperKeyModifiers(), std::uint64_t(0x1E0000));
-    emit m_f->backend.capsLockKey(true);
-    m_f->clock.advance(0.03);
-    emit m_f->backend.capsLockKey(false);
-    m_f->clock.advance(0.1);
-    QVERIFY(m_f->monitor.pressedKeys().isEmpty());
-
-    // A new press waits its own full delay.
-    emit m_f->backend.capsLockKey(true);
-    m_f->clock.advance(0.04);
-    QVERIFY(m_f->monitor.pressedKeys().isEmpty());
-    m_f->clock.advance(0.02);
-    QCOMPARE(shown(), QList<KeyCode> { 57 });
-}
-
-void TestKeyboardMonitor::keyCodesForModifiers_data()
-{
-    QTest::addColumn<quint64>("modifiers");
-    QTest::addColumn<QList<KeyCode>>("expected");
-
-    // Not sorted: the order is part of the result.
-    QTest::newRow("Control and Command without side bits") << quint64(0x140000) << QList<KeyCode> { 59, 55 };
-    QTest::newRow("Shift, Control, Option and Command") << quint64(0x1E0000) << QList<KeyCode> { 56, 59, 58, 55 };
-    QTest::newRow("Every bit of the mask, in table order")
-        << quint64(KeyboardMonitor::hyperKeyModifierMask) << QList<KeyCode> { 56, 60, 59, 62, 58, 61, 55, 54 };
-    QTest::newRow("fn and Caps Lock are never listed") << quint64(0x810000) << QList<KeyCode> {};
-}
-
-void TestKeyboardMonitor::keyCodesForModifiers()
-{
-    QFETCH(quint64, modifiers);
-    QFETCH(QList<KeyCode>, expected);
-    const QVarLengthArray<KeyCode, 8> result = KeyboardMonitor::keyCodesForModifiers(modifiers);
-    QCOMPARE(QList<KeyCode>(result.begin(), result.end()), expected);
-}
-
-void TestKeyboardMonitor::hyperKeyRecording_data()
-{
-    QTest::addColumn<bool>("capsLockHeld");
-    QTest::addColumn<quint64>("flags");
-    QTest::addColumn<qint64>("recorded"); // -1: nothing
-
-    QTest::newRow("A plain Shift press without Caps Lock records nothing") << false << quint64(0x20002) << qint64(-1);
-    QTest::newRow("Only the Caps Lock and fn bits record nothing") << true << quint64(0x810000) << qint64(-1);
-    QTest::newRow("Control and left Command are recorded") << true << quint64(0x140009) << qint64(0x140009);
-    QTest::newRow("Lock, numeric pad, help and fn bits are stripped")
-        << true << quint64(0xFFFFFF) << qint64(KeyboardMonitor::hyperKeyModifierMask);
-}
-
-void TestKeyboardMonitor::hyperKeyRecording()
-{
-    QFETCH(bool, capsLockHeld);
-    QFETCH(quint64, flags);
-    QFETCH(qint64, recorded);
-
-    // As the settings window does it: store, then end recording by clearing the callback from inside it.
-    qint64 delivered = -1;
-    m_f->monitor.setRecordingHyperKey(true);
-    m_f->monitor.setOnHyperKeyRecorded([&](ModifierFlags mask) {
-        delivered = qint64(mask);
-        m_f->monitor.setOnHyperKeyRecorded(nullptr);
-    });
-    if (capsLockHeld)
-        emit m_f->backend.capsLockKey(true);
-
-    m_f->monitor.handleTapFlagsChanged(flags, 56);
-    QCOMPARE(delivered, qint64(-1));
-    m_f->monitor.handleFlagsChangedEvent(flags, 56);
-    QCOMPARE(delivered, recorded);
-    QCOMPARE(m_f->monitor.isRecordingHyperKey(), recorded == -1);
-}
-
-void TestKeyboardMonitor::releaseAllForgetsEverything()
-{
-    m_f->settings.setValue(SettingKeys::hyperKeyModifiers(), std::uint64_t(0x1E0000));
-    emit m_f->backend.keyDown(999);
-    emit m_f->backend.flagsChanged(0x20002, 56);
-    emit m_f->backend.capsLockKey(true);
-
-    QSignalSpy changed(&m_f->monitor, &KeyboardMonitor::pressedKeysChanged);
-    QSignalSpy keyChanged(&m_f->monitor, &KeyboardMonitor::keyChanged);
-    m_f->monitor.releaseAll();
-    QVERIFY(m_f->monitor.pressedKeys().isEmpty());
-    QCOMPARE(m_f->monitor.modifierFlags(), ModifierFlags(0));
-    QCOMPARE(changed.count(), 1);
-    QCOMPARE(keyChanged.count(), 2);
-    // The pending HyperKey step went with the held key.
-    m_f->clock.advance(0.2);
-    QVERIFY(m_f->monitor.pressedKeys().isEmpty());
+    // Media key types show on the F-key carrying their symbol; other types mean nothing.
+    QCOMPARE(KeyboardMonitor::mediaKeyCode(0), std::optional<KeyCode>(111));
+    QCOMPARE(KeyboardMonitor::mediaKeyCode(4), std::nullopt);
+    // The keys of a combination come in table order; fn and Caps Lock are never listed.
+    const QVarLengthArray<KeyCode, 8> codes
+        = KeyboardMonitor::keyCodesForModifiers(KeyboardMonitor::hyperKeyModifierMask | 0x810000);
+    QCOMPARE(QList<KeyCode>(codes.begin(), codes.end()), (QList<KeyCode> { 56, 60, 59, 62, 58, 61, 55, 54 }));
 }
 
 QTEST_GUILESS_MAIN(TestKeyboardMonitor)

@@ -10,17 +10,18 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Spacegray with every length distinct and non-zero, so a length mixed up, scaled twice or not at all shows up.
-ThemeConfig sample()
+// Spacegray with every length distinct, non-zero and times `s`, so a length mixed up, scaled twice or not at all
+// shows up.
+ThemeConfig sample(double s = 1)
 {
     ThemeConfig config = builtInThemes()[0].config;
-    config.chassisCornerRadius = 20;
-    config.cornerKeyRadius = 14;
-    config.keySpacing = 8;
-    config.keycapCornerRadius = 6;
-    config.keycapBorderWidth = 1.5;
-    config.dropShadow = { true, 3, 0.5, 0.25, 0.75, 0.125, -2, 5 };
-    config.innerShadow = { true, 9, 0.375, 0.625, 0.875, 0.5, 1, -3 };
+    config.chassisCornerRadius = 20 * s;
+    config.cornerKeyRadius = 14 * s;
+    config.keySpacing = 8 * s;
+    config.keycapCornerRadius = 6 * s;
+    config.keycapBorderWidth = 1.5 * s;
+    config.dropShadow = { true, 3 * s, 0.5, 0.25, 0.75, 0.125, -2 * s, 5 * s };
+    config.innerShadow = { true, 9 * s, 0.375, 0.625, 0.875, 0.5, 1 * s, -3 * s };
     config.textOpacity = 0.25;
     return config;
 }
@@ -99,17 +100,7 @@ void TestThemeStyle::derivesFromConfig()
     }
 
     // Lengths are at unit size 60; everything else stays as it is.
-    ThemeStyle half = style;
-    half.chassisCornerRadius = 10;
-    half.cornerKeyRadius = 7;
-    half.cornerRadius = 3;
-    half.shadowRadius = 1.5;
-    half.shadowY = 2.5;
-    half.borderWidth = 0.75;
-    half.keySpacing = 4;
-    half.dropShadowConfig = { true, 1.5, 0.5, 0.25, 0.75, 0.125, -1, 2.5 };
-    half.innerShadowConfig = { true, 4.5, 0.375, 0.625, 0.875, 0.5, 0.5, -1.5 };
-    QVERIFY(style.scaled(30) == half);
+    QVERIFY(style.scaled(30) == ThemeStyle(sample(0.5)));
 }
 
 void TestThemeStyle::colourConversion_data()
