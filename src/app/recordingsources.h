@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <memory>
+#include <vector>
+
+/**
+ * One way of telling whether the screen is being recorded. Linux has no single recording indicator, so the answer
+ * is pieced together from several sources, each cheap enough to ask every couple of seconds on the main thread.
+ *
+ * A source that cannot tell (a missing file, no permission, a service that is not running) answers false.
+ */
+class RecordingSource
+{
+public:
+    RecordingSource() = default;
+    virtual ~RecordingSource() = default;
+    RecordingSource(const RecordingSource&) = delete;
+    RecordingSource& operator=(const RecordingSource&) = delete;
+
+    virtual bool isRecording() = 0;
+};
+
+/**
+ * A recording is running when a well-known screen recorder is: OBS Studio, SimpleScreenRecorder,
+ * gpu-screen-recorder, vokoscreenNG, wf-recorder, Peek, Kooha, Kazam or recordMyDesktop, also when started through
+ * an interpreter (`python3 /usr/bin/kazam`), and ffmpeg or gst-launch-1.0 when their command line grabs the screen
+ * (x11grab, kmsgrab, ximagesrc, pipewiresrc). Whether an open recorder is actually recording cannot be read from
+ * outside, so its running process counts as a recording.
+ *
+ * One poll reads the process directory once and each process's `comm`; `cmdline` only for ffmpeg, gst-launch and
+ * interpreters. Processes that vanish or cannot be read during the scan are skipped. With /proc mounted `hidepid`
+ * only the user's own processes are seen, which are the ones that matter.
+ */
+class RecorderProcessSource final : public RecordingSource
+{
+public:
+    /** `procRoot` is where the process directories live: /proc, or a tree made up by a test. */
+    explicit RecorderProcessSource(const QString& procRoot = QStringLiteral("/proc"));
+
+    bool isRecording() override;
+
+private:
+    bool isRecordingProcess(int procFd, const char* pid);
+
+    QByteArray m_procRoot;
+    // Kept between polls so a scan allocates nothing.
+    std::vector<char> m_buffer;
+};
+
+/** True when any of its sources is; one that throws counts as false and the others are still asked. */
+class CombinedRecordingSource final : public RecordingSource
+{
+public:
+    void add(std::unique_ptr<RecordingSource> source);
+    bool isRecording() override;
+
+private:
+    std::vector<std::unique_ptr<RecordingSource>> m_sources;
+};
+
+/**
+ * The sources the running program asks: for now the recorder processes alone.
+ *
+ * Screen casts through the desktop portal (GNOME's and KDE's built-in recorders, browsers sharing a screen) show
+ * up as PipeWire video streams. They are caught here when the recorder behind them is one of the known processes;
+ * a PipeWire source that watches the registry for screen-cast nodes with a link to a consumer belongs next to the
+ * process source in this function.
+ */
+std::unique_ptr<RecordingSource> makeSystemRecordingSource();

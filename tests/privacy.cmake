@@ -1,0 +1,2 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
+ordalis_add_test(testprivacymonitor LIBS ordalis_privacy ordalis_core)
