@@ -30,6 +30,9 @@ ORDALIS_SETTING_KEY(keyboardVisible, bool, false)
 ORDALIS_SETTING_KEY(windowX, std::optional<double>, std::nullopt)
 ORDALIS_SETTING_KEY(windowY, std::optional<double>, std::nullopt)
 ORDALIS_SETTING_KEY(windowWidth, double, 900)
+ORDALIS_SETTING_KEY(automaticallyChecksForUpdates, bool, false)
+ORDALIS_SETTING_KEY(updateCheckInterval, double, 86400)
+ORDALIS_SETTING_KEY(lastUpdateCheckTime, std::optional<double>, std::nullopt)
 
 #undef ORDALIS_SETTING_KEY
 
@@ -54,6 +57,9 @@ QStringList allNames()
         windowX().name(),
         windowY().name(),
         windowWidth().name(),
+        automaticallyChecksForUpdates().name(),
+        updateCheckInterval().name(),
+        lastUpdateCheckTime().name(),
     };
 }
 

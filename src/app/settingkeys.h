@@ -37,6 +37,12 @@ const SettingKey<std::optional<double>>& windowX();
 /** Bottom edge of the panel in screen points (y grows downwards); none until the panel was placed. */
 const SettingKey<std::optional<double>>& windowY();
 const SettingKey<double>& windowWidth();
+/** Whether the updater checks by itself; off until the user turns it on. */
+const SettingKey<bool>& automaticallyChecksForUpdates();
+/** Seconds between automatic update checks (see UpdateCheckIntervals for how other values read). */
+const SettingKey<double>& updateCheckInterval();
+/** When the last update check started, in seconds since 1970-01-01 UTC; none before the first check. */
+const SettingKey<std::optional<double>>& lastUpdateCheckTime();
 
 /** The entry names of every key above, in the order listed. */
 QStringList allNames();

@@ -1,0 +1,388 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "app/clock.h"
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+#include "app/updaterfeed.h"
+#include "app/updatermanager.h"
+
+#include <QNetworkProxyFactory>
+#include <QPointer>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cmath>
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int networkDeadline = 10000; // ms
+constexpr double epoch = 1'800'000'000.0;
+
+QByteArray feed(const QByteArray& version, const QByteArray& notes = "https://example.org/notes/1")
+{
+    return R"({"version": ")" + version + R"(", "notes": ")" + notes
+        + R"(", "download": "https://example.org/ordalis.tar.gz"})";
+}
+
+QByteArray response(const QByteArray& body, int status = 200, bool announceLength = true)
+{
+    QByteArray text = "HTTP/1.1 " + QByteArray::number(status) + " Whatever\r\nContent-Type: application/json\r\n";
+    if (announceLength)
+        text += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    return text + "Connection: close\r\n\r\n" + body;
+}
+
+/** Answers every request with one canned response, or with nothing at all while `response` is empty. */
+class FeedServer final : public QObject
+{
+public:
+    QByteArray response;
+    int requests = 0;
+
+    FeedServer()
+    {
+        QVERIFY(m_server.listen(QHostAddress::LocalHost));
+        connect(&m_server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+                socket->setParent(this);
+                // A GET ends with its empty line.
+                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+                    while (socket->canReadLine()) {
+                        if (socket->readLine() != "\r\n")
+                            continue;
+                        ++requests;
+                        if (!response.isEmpty()) {
+                            socket->write(response);
+                            socket->disconnectFromHost();
+                        }
+                    }
+                });
+            }
+        });
+    }
+
+    QUrl url() const { return QUrl(u"http://127.0.0.1:%1/feed.json"_s.arg(m_server.serverPort())); }
+
+private:
+    QTcpServer m_server;
+};
+
+/** Every outcome an updater reports, as one line each. */
+struct Outcomes
+{
+    QStringList lines;
+
+    explicit Outcomes(UpdaterManager& updater)
+    {
+        const auto who = [](bool user) { return user ? u"user"_s : u"automatic"_s; };
+        QObject::connect(&updater, &UpdaterManager::updateAvailable, &updater,
+            [this, who](const QString& version, const QUrl& notes, const QUrl& download, bool user) {
+                lines << u"available %1 %2 %3 %4"_s.arg(version, notes.toString(), download.toString(), who(user));
+            });
+        QObject::connect(&updater, &UpdaterManager::upToDate, &updater,
+            [this, who](bool user) { lines << u"up to date %1"_s.arg(who(user)); });
+        QObject::connect(&updater, &UpdaterManager::failed, &updater,
+            [this, who](const QString& message, bool user) { lines << u"failed %1 %2"_s.arg(message, who(user)); });
+    }
+};
+
+} // namespace
+
+class TestUpdater final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void versions_data();
+    void versions();
+    void intervals();
+    void check_data();
+    void check();
+    void checkWithoutAnswerTimesOut();
+    void refusedConnectionFails();
+    void automaticChecks();
+    void automaticChecksAfterARestart_data();
+    void automaticChecksAfterARestart();
+    void sharedInstance();
+
+private:
+    std::unique_ptr<UpdaterManager> makeUpdater(const QUrl& feedUrl, const QString& version = u"1.9.0"_s);
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<SettingsStore> m_settings;
+    std::unique_ptr<ManualClock> m_clock;
+    // How far the system clock was set ahead of the manual clock.
+    double m_wallOffset = 0.0;
+};
+
+void TestUpdater::initTestCase()
+{
+    // The local server must be reached directly, whatever proxy the machine has.
+    QNetworkProxyFactory::setUseSystemConfiguration(false);
+}
+
+void TestUpdater::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+    m_settings = std::make_unique<SettingsStore>(m_dir->filePath(u"settings.json"_s));
+    m_clock = std::make_unique<ManualClock>(100.0);
+    m_wallOffset = 0.0;
+}
+
+std::unique_ptr<UpdaterManager> TestUpdater::makeUpdater(const QUrl& feedUrl, const QString& version)
+{
+    // Wall time runs with the manual clock.
+    return std::make_unique<UpdaterManager>(*m_settings, *m_clock,
+        UpdaterEnvironment { feedUrl, version, [this] { return epoch + m_wallOffset + m_clock->now(); } });
+}
+
+void TestUpdater::versions_data()
+{
+    QTest::addColumn<QString>("a");
+    QTest::addColumn<QString>("b");
+    QTest::addColumn<int>("order"); // -1, 0, 1; 2 when either does not parse
+
+    QTest::newRow("components are numbers") << u"1.10"_s << u"1.9"_s << 1;
+    QTest::newRow("one component") << u"2"_s << u"10"_s << -1;
+    QTest::newRow("missing components are zero") << u"1.2"_s << u"1.2.0.0"_s << 0;
+    QTest::newRow("later component decides only on a tie") << u"0.9.99"_s << u"1.0"_s << -1;
+    QTest::newRow("eighteen digits") << u"999999999999999999"_s << u"999999999999999998"_s << 1;
+    for (const QString& bad : { u""_s, u"1."_s, u"1..2"_s, u"v1.2"_s, u"1.2-beta"_s, u" 1.2"_s, u"+1"_s,
+             u"1234567890123456789"_s, u"\u0661.\u0662"_s })
+        QTest::addRow("malformed '%s'", qPrintable(bad)) << bad << u"1.0"_s << 2;
+}
+
+void TestUpdater::versions()
+{
+    QFETCH(QString, a);
+    QFETCH(QString, b);
+    QFETCH(int, order);
+
+    const std::optional<QList<quint64>> left = UpdaterVersions::parse(a);
+    const std::optional<QList<quint64>> right = UpdaterVersions::parse(b);
+    if (order == 2) {
+        QVERIFY(!left);
+        return;
+    }
+    QVERIFY(left && right);
+    QCOMPARE(UpdaterVersions::compare(*left, *right), order);
+    QCOMPARE(UpdaterVersions::compare(*right, *left), -order);
+}
+
+void TestUpdater::intervals()
+{
+    using enum UpdateCheckInterval;
+    QCOMPARE(UpdateCheckIntervals::all(), (QList { daily, every3Days, weekly }));
+    QStringList labels;
+    QList<double> seconds;
+    for (UpdateCheckInterval interval : UpdateCheckIntervals::all()) {
+        labels << UpdateCheckIntervals::label(interval);
+        seconds << UpdateCheckIntervals::seconds(interval);
+        QCOMPARE(UpdateCheckIntervals::fromSeconds(seconds.last()), interval);
+    }
+    QCOMPARE(labels, (QStringList { u"Daily"_s, u"Every 3 days"_s, u"Weekly"_s }));
+    QCOMPARE(seconds, (QList<double> { 86400.0, 259200.0, 604800.0 }));
+
+    // Whole seconds decide; every other interval, whoever stored it, reads as weekly.
+    QCOMPARE(UpdateCheckIntervals::fromSeconds(86400.9), daily);
+    QCOMPARE(UpdateCheckIntervals::fromSeconds(259200.5), every3Days);
+    for (double other : { 3600.0, 86399.9, 0.0, -86400.0, 1e300, -1e300, std::numeric_limits<double>::infinity() })
+        QCOMPARE(UpdateCheckIntervals::fromSeconds(other), weekly);
+
+    // The manager reads and writes the setting through that mapping.
+    const std::unique_ptr<UpdaterManager> updater = makeUpdater(QUrl(u"http://127.0.0.1:9/"_s));
+    QCOMPARE(updater->automaticallyChecksForUpdates(), false);
+    m_settings->setValue(SettingKeys::updateCheckInterval(), 3600.0);
+    QCOMPARE(updater->updateCheckInterval(), weekly);
+    updater->setUpdateCheckInterval(every3Days);
+    QCOMPARE(m_settings->value(SettingKeys::updateCheckInterval()), 259200.0);
+    QCOMPARE(updater->updateCheckInterval(), every3Days);
+}
+
+void TestUpdater::check_data()
+{
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<QString>("outcome");
+
+    const QString newer = u"available 1.10.0 https://example.org/notes/1 https://example.org/ordalis.tar.gz user"_s;
+    const QString unreadable = u"failed The update information could not be read. user"_s;
+    const QString tooLarge = u"failed The update information is too large. user"_s;
+    // Whitespace after the object keeps it valid JSON, so only its size can be the matter.
+    const auto padded
+        = [](const QByteArray& json, qsizetype size) { return json + QByteArray(size - json.size(), ' '); };
+
+    QTest::newRow("newer") << response(feed("1.10.0")) << newer;
+    QTest::newRow("same") << response(feed("1.9")) << u"up to date user"_s;
+    QTest::newRow("older") << response(feed("1.8.12")) << u"up to date user"_s;
+    QTest::newRow("64 KB exactly") << response(padded(feed("1.10.0"), 64 * 1024)) << newer;
+    QTest::newRow("64 KB and a byte") << response(padded(feed("1.10.0"), 64 * 1024 + 1)) << tooLarge;
+    QTest::newRow("too large, no length announced")
+        << response(padded(feed("1.10.0"), 200 * 1024), 200, false) << tooLarge;
+    QTest::newRow("not JSON") << response(R"({"version": "1.10.0", )") << unreadable;
+    QTest::newRow("malformed version") << response(feed("1.10-beta")) << unreadable;
+    QTest::newRow("link not https") << response(feed("1.10.0", "http://example.org/notes")) << unreadable;
+    QTest::newRow("link missing") << response(R"({"version": "1.10.0", "notes": "https://example.org"})") << unreadable;
+    QTest::newRow("server error") << response(feed("1.10.0"), 500)
+                                  << u"failed The update server could not be reached. user"_s;
+}
+
+void TestUpdater::check()
+{
+    QFETCH(QByteArray, answer);
+    QFETCH(QString, outcome);
+
+    FeedServer server;
+    server.response = answer;
+    const std::unique_ptr<UpdaterManager> updater = makeUpdater(server.url());
+    Outcomes outcomes(*updater);
+
+    updater->checkForUpdates(true);
+    QVERIFY(updater->isChecking());
+    QVERIFY(outcomes.lines.isEmpty());
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.lines.size(), 1, networkDeadline);
+    QCOMPARE(outcomes.lines.first(), outcome);
+    QVERIFY(!updater->isChecking());
+    QCOMPARE(server.requests, 1);
+    // The timeout went with the check: running on reports nothing more.
+    m_clock->advance(UpdaterManager::checkTimeout * 2);
+    QCOMPARE(outcomes.lines.size(), 1);
+}
+
+void TestUpdater::checkWithoutAnswerTimesOut()
+{
+    FeedServer server;
+    const std::unique_ptr<UpdaterManager> updater = makeUpdater(server.url());
+    Outcomes outcomes(*updater);
+
+    updater->checkForUpdates(false);
+    QTRY_COMPARE_WITH_TIMEOUT(server.requests, 1, networkDeadline);
+    // Asking while a check runs sends no second request: the running check answers the user.
+    updater->checkForUpdates(true);
+    updater->checkForUpdates(false);
+    m_clock->advance(UpdaterManager::checkTimeout - 0.01);
+    QVERIFY(updater->isChecking());
+    m_clock->advance(0.01);
+    QCOMPARE(outcomes.lines, QStringList { u"failed The update server did not answer in time. user"_s });
+    QVERIFY(!updater->isChecking());
+    QCOMPARE(server.requests, 1);
+
+    // A late answer of the dropped request changes nothing; a new check runs as usual.
+    server.response = response(feed("1.9.0"));
+    updater->checkForUpdates(true);
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.lines.size(), 2, networkDeadline);
+    QCOMPARE(outcomes.lines.last(), u"up to date user"_s);
+}
+
+void TestUpdater::refusedConnectionFails()
+{
+    quint16 port = 0;
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost));
+        port = probe.serverPort();
+    }
+    const std::unique_ptr<UpdaterManager> updater = makeUpdater(QUrl(u"http://127.0.0.1:%1/feed.json"_s.arg(port)));
+    Outcomes outcomes(*updater);
+    updater->checkForUpdates(true);
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.lines.size(), 1, networkDeadline);
+    QCOMPARE(outcomes.lines.first(), u"failed The update server could not be reached. user"_s);
+}
+
+void TestUpdater::automaticChecks()
+{
+    FeedServer server;
+    server.response = response(feed("1.9.0"));
+    const std::unique_ptr<UpdaterManager> updater = makeUpdater(server.url());
+    Outcomes outcomes(*updater);
+
+    // Off by default: nothing is ever checked.
+    QVERIFY(!updater->nextAutomaticCheck());
+    m_clock->advance(UpdateCheckIntervals::seconds(UpdateCheckInterval::weekly) * 2);
+    QVERIFY(!updater->isChecking());
+
+    // Turned on with no check ever made: one check at once, then one per interval from its start.
+    updater->setAutomaticallyChecksForUpdates(true);
+    QCOMPARE(updater->nextAutomaticCheck(), m_clock->now());
+    m_clock->advance(0);
+    QVERIFY(updater->isChecking());
+    const double started = m_clock->now();
+    QCOMPARE(m_settings->value(SettingKeys::lastUpdateCheckTime()), epoch + started);
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.lines.size(), 1, networkDeadline);
+    QCOMPARE(outcomes.lines.first(), u"up to date automatic"_s);
+    QCOMPARE(updater->nextAutomaticCheck(), started + 86400);
+
+    // Another interval counts from the last check.
+    updater->setUpdateCheckInterval(UpdateCheckInterval::every3Days);
+    QCOMPARE(updater->nextAutomaticCheck(), started + 259200);
+    m_clock->advance(259200 - 1);
+    QVERIFY(!updater->isChecking());
+
+    // A check the user asks for moves the next automatic one.
+    updater->checkForUpdates(true);
+    QCOMPARE(updater->nextAutomaticCheck(), m_clock->now() + 259200);
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.lines.size(), 2, networkDeadline);
+
+    // Should the system clock jump ahead during a check, an automatic check falling due meanwhile is folded into it.
+    updater->checkForUpdates(true);
+    m_wallOffset += 10 * 86400;
+    updater->setUpdateCheckInterval(UpdateCheckInterval::daily);
+    QCOMPARE(updater->nextAutomaticCheck(), m_clock->now());
+    m_clock->advance(0);
+    QCOMPARE(updater->nextAutomaticCheck(), m_clock->now() + 86400);
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.lines.size(), 3, networkDeadline);
+    QCOMPARE(outcomes.lines.last(), u"up to date user"_s);
+    QCOMPARE(server.requests, 3);
+
+    // Turning off cancels what was planned, and changing the interval then plans nothing.
+    updater->setAutomaticallyChecksForUpdates(false);
+    updater->setUpdateCheckInterval(UpdateCheckInterval::daily);
+    QVERIFY(!updater->nextAutomaticCheck());
+    m_clock->advance(UpdateCheckIntervals::seconds(UpdateCheckInterval::weekly) * 2);
+    QVERIFY(!updater->isChecking());
+    QCOMPARE(server.requests, 3);
+}
+
+void TestUpdater::automaticChecksAfterARestart_data()
+{
+    QTest::addColumn<double>("lastCheckAgo");
+    QTest::addColumn<double>("dueIn");
+
+    QTest::newRow("an hour ago: the rest of the day") << 3600.0 << 86400.0 - 3600.0;
+    QTest::newRow("two days ago: overdue, at once") << 2 * 86400.0 << 0.0;
+    QTest::newRow("in the future (clock set back): one interval") << -5 * 86400.0 << 86400.0;
+}
+
+void TestUpdater::automaticChecksAfterARestart()
+{
+    QFETCH(double, lastCheckAgo);
+    QFETCH(double, dueIn);
+
+    m_settings->setValue(SettingKeys::automaticallyChecksForUpdates(), true);
+    m_settings->setValue(SettingKeys::lastUpdateCheckTime(), std::optional(epoch + m_clock->now() - lastCheckAgo));
+    const std::unique_ptr<UpdaterManager> updater = makeUpdater(QUrl(u"http://127.0.0.1:9/"_s));
+    QCOMPARE(updater->nextAutomaticCheck(), m_clock->now() + dueIn);
+}
+
+void TestUpdater::sharedInstance()
+{
+    QCOMPARE(UpdaterManager::shared(), nullptr);
+    UpdaterManager::setSharedContext(m_settings.get(), m_clock.get());
+    const QPointer<UpdaterManager> first = UpdaterManager::shared();
+    QVERIFY(first);
+    QCOMPARE(UpdaterManager::shared(), first.data());
+    QCOMPARE(first->feedUrl(), QUrl(u"https://ordalis.quietmakers.invalid/updates/latest.json"_s));
+
+    UpdaterManager::setSharedContext(nullptr, nullptr);
+    QVERIFY(!first);
+    QCOMPARE(UpdaterManager::shared(), nullptr);
+}
+
+QTEST_GUILESS_MAIN(TestUpdater)
+#include "testupdater.moc"
