@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// How the application shows, hides and remembers the keyboard panel, and what the gestures do to it.
-#include "app/application.h"
+// How the coordinator shows, hides and remembers the keyboard panel, and what the gestures do to it.
+#include "app/appdelegate.h"
+#include "app/clock.h"
 #include "app/settingkeys.h"
 #include "app/settingsstore.h"
 #include "input/hotkeymanager.h"
+#include "input/inputbackend.h"
 #include "input/modifierflags.h"
 #include "panel/hovertrackingview.h"
 #include "panel/keyboardcontentview.h"
 #include "panel/keyboardpanel.h"
 
 #include <QApplication>
+#include <QFile>
 #include <QMenu>
 #include <QTemporaryDir>
 #include <QTest>
@@ -23,6 +26,17 @@ namespace {
 constexpr ModifierFlags optionDown = ModifierFlag::option | ModifierFlag::leftOption;
 constexpr KeyCode optionKey = 58;
 
+class FakeBackend final : public InputBackend
+{
+public:
+    QString name() const override { return u"fake"_s; }
+    Access access() const override { return Access::granted; }
+    QString accessHelp() const override { return {}; }
+    bool start() override { return true; }
+    void stop() override { }
+    bool capsLockOn() const override { return false; }
+};
+
 } // namespace
 
 class TestApplicationPanel final : public QObject
@@ -34,7 +48,6 @@ private slots:
     void init();
     void cleanup();
 
-    void keyboardShownAtStartOnlyWhenItWas();
     void showAndHideAreRemembered();
     void tripleTapTogglesKeyboard();
     void escapeWhileHoveringHides();
@@ -42,18 +55,19 @@ private slots:
     void contextMenuHideIsTheGesturesHide();
 
 private:
-    Application& start();
+    AppDelegate& start();
     /** The trigger pressed and released, each report arriving twice as from the two paths of the monitor. */
     void tapTrigger();
 
     std::unique_ptr<QTemporaryDir> m_dir;
-    std::unique_ptr<Application> m_app;
+    std::unique_ptr<SettingsStore> m_settings;
+    std::unique_ptr<ManualClock> m_clock;
+    FakeBackend m_backend;
+    std::unique_ptr<AppDelegate> m_app;
 };
 
 void TestApplicationPanel::initTestCase()
 {
-    // No key capture on the offscreen platform: the X11 back end declines quietly.
-    qputenv("ORDALIS_INPUT", "x11");
     // The offscreen platform cannot raise or fade windows and says so every time.
     static QtMessageHandler testLog = nullptr;
     testLog = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext& context, const QString& message) {
@@ -65,18 +79,27 @@ void TestApplicationPanel::initTestCase()
 void TestApplicationPanel::init()
 {
     m_dir = std::make_unique<QTemporaryDir>();
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_dir->filePath(u"config"_s)));
+    m_settings = std::make_unique<SettingsStore>(m_dir->filePath(u"settings.json"_s));
+    m_settings->setValue(SettingKeys::triggerModifier(), TriggerModifier::leftOption);
+    m_clock = std::make_unique<ManualClock>(100.0);
 }
 
 void TestApplicationPanel::cleanup()
 {
     m_app.reset();
+    m_clock.reset();
+    m_settings.reset();
     m_dir.reset();
 }
 
-Application& TestApplicationPanel::start()
+AppDelegate& TestApplicationPanel::start()
 {
-    m_app = std::make_unique<Application>(m_dir->filePath(u"settings.json"_s));
-    m_app->settings().setValue(SettingKeys::triggerModifier(), TriggerModifier::leftOption);
+    AppDelegate::Environment environment;
+    environment.backend = &m_backend;
+    environment.trayAvailable = true;
+    m_app = std::make_unique<AppDelegate>(*m_settings, *m_clock, std::move(environment));
+    m_app->start();
     return *m_app;
 }
 
@@ -86,48 +109,35 @@ void TestApplicationPanel::tapTrigger()
         m_app->hotkeys().handleFlagsChanged(flags, optionKey);
 }
 
-void TestApplicationPanel::keyboardShownAtStartOnlyWhenItWas()
-{
-    Application& first = start();
-    QVERIFY(!first.keyboardPanel());
-    QVERIFY(!first.isVisible());
-    first.showKeyboard();
-    m_app.reset();
-
-    Application& second = start();
-    QVERIFY(second.keyboardPanel());
-    QVERIFY(second.isVisible());
-    second.hideKeyboard();
-    m_app.reset();
-
-    QVERIFY(!start().keyboardPanel());
-}
-
 void TestApplicationPanel::showAndHideAreRemembered()
 {
-    Application& app = start();
+    AppDelegate& app = start();
     SettingsStore& settings = app.settings();
 
     app.showKeyboard();
     KeyboardPanel* panel = app.keyboardPanel();
     QVERIFY(panel && panel->isVisible());
     QVERIFY(settings.value(SettingKeys::keyboardVisible()));
-    QVERIFY(std::isfinite(panel->shownAt()));
+    QCOMPARE(panel->shownAt(), 100.0);
+    QVERIFY(!app.userHid());
 
     app.hideKeyboard();
     QVERIFY(!app.isVisible());
+    QVERIFY(!panel->isVisible());
+    QVERIFY(app.userHid());
     QVERIFY(!settings.value(SettingKeys::keyboardVisible()));
-    // Hiding only hides: the same panel comes back.
+    // Hiding only hides: the same panel comes back, and showing clears the user's hiding.
     app.toggleKeyboard();
     QCOMPARE(app.keyboardPanel(), panel);
     QVERIFY(app.isVisible());
+    QVERIFY(!app.userHid());
     app.toggleKeyboard();
     QVERIFY(!app.isVisible());
 }
 
 void TestApplicationPanel::tripleTapTogglesKeyboard()
 {
-    Application& app = start();
+    AppDelegate& app = start();
     tapTrigger();
     tapTrigger();
     QVERIFY(!app.isVisible());
@@ -141,7 +151,7 @@ void TestApplicationPanel::tripleTapTogglesKeyboard()
 
 void TestApplicationPanel::escapeWhileHoveringHides()
 {
-    Application& app = start();
+    AppDelegate& app = start();
     app.settings().setValue(SettingKeys::escapeToHideOnHover(), true);
     app.showKeyboard();
 
@@ -159,29 +169,39 @@ void TestApplicationPanel::escapeWhileHoveringHides()
 
 void TestApplicationPanel::singleTapWhileHoveringSwitchesAutoHide()
 {
-    Application& app = start();
+    AppDelegate& app = start();
     app.showKeyboard();
     KeyboardPanel* panel = app.keyboardPanel();
     panel->hoverTrackingView()->mouseEntered();
 
-    // Within a second of appearing the tap belongs to whatever showed the panel.
+    // Up to a second after appearing the tap belongs to whatever showed the panel.
+    m_clock->advanceTo(100.0 + AppDelegate::singleTapGrace);
     tapTrigger();
     QVERIFY(!app.settings().value(SettingKeys::autoHideOnHover()));
 
-    panel->setShownAt(panel->shownAt() - 1.5);
+    m_clock->advance(0.01);
+    tapTrigger();
+    QVERIFY(app.settings().value(SettingKeys::autoHideOnHover()));
+
+    // Showing again starts the second anew.
+    app.hideKeyboard();
+    app.showKeyboard();
+    panel->hoverTrackingView()->mouseEntered();
+    m_clock->advance(0.5);
     tapTrigger();
     QVERIFY(app.settings().value(SettingKeys::autoHideOnHover()));
 }
 
 void TestApplicationPanel::contextMenuHideIsTheGesturesHide()
 {
-    Application& app = start();
+    AppDelegate& app = start();
     app.showKeyboard();
     QMenu menu;
     app.keyboardPanel()->contentView()->populateContextMenu(menu);
     QCOMPARE(menu.actions().constFirst()->text(), u"Hide Keyboard"_s);
     menu.actions().constFirst()->trigger();
     QVERIFY(!app.isVisible());
+    QVERIFY(app.userHid());
     QVERIFY(!app.settings().value(SettingKeys::keyboardVisible()));
 }
 

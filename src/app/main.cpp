@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "app/appdelegate.h"
 #include "app/application.h"
+#include "app/singleinstance.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -38,6 +40,13 @@ int main(int argc, char* argv[])
     parser.addVersionOption();
     parser.process(app);
 
+    // A second start only brings the keyboard of the running instance up.
+    SingleInstance instance;
+    if (instance.claim() == SingleInstance::Role::secondary)
+        return 0;
+
     Application ordalis;
+    QObject::connect(
+        &instance, &SingleInstance::showRequested, &ordalis, [&ordalis] { ordalis.delegate().showKeyboard(); });
     return QApplication::exec();
 }

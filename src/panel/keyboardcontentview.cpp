@@ -7,6 +7,7 @@
 #include "panel/keyboardpanel.h"
 #include "panel/panelactions.h"
 #include "panel/resizehandle.h"
+#include "theme/themelibrary.h"
 
 #include <QContextMenuEvent>
 #include <QGuiApplication>
@@ -15,8 +16,6 @@
 #include <QPaintEvent>
 #include <QPainter>
 #include <QWindow>
-
-#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -98,16 +97,12 @@ void KeyboardContentView::populateContextMenu(QMenu& menu)
         QAction* choice = themes->addAction(theme.name);
         choice->setCheckable(true);
         choice->setChecked(theme.name == activeName);
-        connect(choice, &QAction::triggered, this, [this, theme] {
-            m_settings.setValue(SettingKeys::activeThemeConfig(), theme.config);
-            m_settings.setValue(SettingKeys::activeThemeName(), theme.name);
-        });
+        connect(choice, &QAction::triggered, this,
+            [this, theme] { ThemeLibrary::chooseThemeFromMenu(m_settings, theme); });
     }
-    const bool activeIsSaved
-        = std::any_of(saved.begin(), saved.end(), [&](const NamedTheme& theme) { return theme.config == active; });
-    if (!activeIsSaved) {
+    if (ThemeLibrary::isCurrentConfigUnsaved(active, saved)) {
         themes->addSeparator();
-        QAction* current = themes->addAction(tr("Current (unsaved)"));
+        QAction* current = themes->addAction(ThemeLibrary::currentUnsavedText());
         current->setCheckable(true);
         current->setChecked(true);
         // It only tells; there is nothing to choose.

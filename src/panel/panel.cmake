@@ -17,5 +17,5 @@ add_library(ordalis_panel STATIC
     ${CMAKE_CURRENT_SOURCE_DIR}/panel/resizehandle.h ${CMAKE_CURRENT_SOURCE_DIR}/panel/resizehandle.cpp
 )
 target_link_libraries(ordalis_panel
-    PUBLIC ordalis_keyboard ordalis_symbols ordalis_core Qt6::Widgets
+    PUBLIC ordalis_keyboard ordalis_symbols ordalis_themelibrary ordalis_core Qt6::Widgets
     PRIVATE PkgConfig::XCB_SHAPE ordalis_warnings)

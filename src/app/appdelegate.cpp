@@ -1,0 +1,326 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "app/appdelegate.h"
+
+#include "app/launchatlogin.h"
+#include "app/privacymonitor.h"
+#include "app/recordingsources.h"
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+#include "app/settingswindowplaceholder.h"
+#include "app/updatermanager.h"
+#include "input/hotkeymanager.h"
+#include "input/inputbackend.h"
+#include "input/keyboardmonitor.h"
+#include "panel/keyboardpanel.h"
+#include "ui/menubarview.h"
+
+#include <QCoreApplication>
+#include <QMessageBox>
+#include <QSystemTrayIcon>
+#include <QUrl>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+AppDelegate* sharedDelegate = nullptr;
+
+} // namespace
+
+AppDelegate::AppDelegate(SettingsStore& settings, Clock& clock, Environment environment, QObject* parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_clock(clock)
+    , m_backend(environment.backend)
+    , m_monitor(std::make_unique<KeyboardMonitor>(settings, clock))
+    , m_hotkeys(std::make_unique<HotkeyManager>(*m_monitor, settings, clock))
+    , m_privacy(std::make_unique<PrivacyMonitor>(clock, std::move(environment.recordingSource)))
+    , m_trayAvailable(environment.trayAvailable.value_or(MenuBarView::isTrayAvailable()))
+{
+    m_monitor->attach(m_backend);
+    m_hotkeys->setPanelHoveredPredicate([this] { return m_isVisible && m_panel && m_panel->isHovering(); });
+}
+
+AppDelegate::~AppDelegate()
+{
+    shutdown();
+    // The panel and the windows refer to the monitor and the settings, so they go first.
+    m_settingsWindow.reset();
+    m_panel.reset();
+    m_menuBar.reset();
+}
+
+AppDelegate* AppDelegate::shared()
+{
+    return sharedDelegate;
+}
+
+QWidget* AppDelegate::settingsWindow() const
+{
+    return m_settingsWindow.get();
+}
+
+void AppDelegate::start()
+{
+    if (m_started)
+        return;
+    m_started = true;
+
+    sharedDelegate = this;
+    KeyboardMonitor::setShared(m_monitor.get());
+    HotkeyManager::setShared(m_hotkeys.get());
+    m_launchAtLogin = std::make_unique<LaunchAtLogin>(m_settings);
+    UpdaterManager::setSharedContext(&m_settings, &m_clock);
+    if (UpdaterManager* updater = UpdaterManager::shared()) {
+        connect(updater, &UpdaterManager::updateAvailable, this,
+            [this](const QString& version, const QUrl& notes, const QUrl& download, bool) {
+                onUpdateAvailable(version, notes, download);
+            });
+        connect(updater, &UpdaterManager::upToDate, this, &AppDelegate::onUpToDate);
+        connect(updater, &UpdaterManager::failed, this, &AppDelegate::onUpdateFailed);
+    }
+
+    m_menuBar = std::make_unique<MenuBarView>(m_settings, *this);
+    connect(m_menuBar.get(), &MenuBarView::triggerModifierChanged, this, [this] {
+        // The recogniser keeps its counters across a restart, but reads the new trigger from now on.
+        if (m_hotkeys->isStarted()) {
+            m_hotkeys->stop();
+            m_hotkeys->start();
+        }
+    });
+    m_menuBar->show();
+    if (!m_trayAvailable)
+        std::fprintf(stderr,
+            "Ordalis: no system tray is available; the keyboard is shown instead, and its right-click menu has "
+            "the tray menu's items.\n");
+
+    checkAccess();
+    scheduleRecordingCheck();
+
+    if (m_settings.value(SettingKeys::keyboardVisible()) || !m_trayAvailable)
+        showKeyboard();
+}
+
+void AppDelegate::shutdown()
+{
+    if (m_shutDown)
+        return;
+    m_shutDown = true;
+
+    m_monitor->stop();
+    m_privacy->stop();
+    m_hotkeys->stop();
+    m_clock.cancel(m_accessPoll);
+    m_clock.cancel(m_recordingCheck);
+    m_accessPoll = m_recordingCheck = 0;
+    m_monitoring = false;
+    m_monitor->attach(nullptr);
+
+    if (m_started) {
+        UpdaterManager::setSharedContext(nullptr, nullptr);
+        if (HotkeyManager::shared() == m_hotkeys.get())
+            HotkeyManager::setShared(nullptr);
+        if (KeyboardMonitor::shared() == m_monitor.get())
+            KeyboardMonitor::setShared(nullptr);
+    }
+    if (sharedDelegate == this)
+        sharedDelegate = nullptr;
+}
+
+void AppDelegate::checkAccess()
+{
+    m_accessPoll = 0;
+    if (m_monitoring || m_shutDown || !m_backend)
+        return;
+    const InputBackend::Access access = m_backend->access();
+    if (access == InputBackend::Access::unavailable)
+        return;
+    if (access == InputBackend::Access::granted) {
+        setupMonitoring();
+        if (m_monitoring)
+            return;
+    } else {
+        explainAccess();
+    }
+    m_accessPoll = m_clock.schedule(accessPollInterval, this, [this] { checkAccess(); });
+}
+
+void AppDelegate::explainAccess()
+{
+    if (m_accessExplained)
+        return;
+    m_accessExplained = true;
+    const QString title = tr("Ordalis cannot read the keyboard yet");
+    const QString help = m_backend->accessHelp();
+    if (m_trayAvailable && m_menuBar && m_menuBar->trayIcon())
+        m_menuBar->trayIcon()->showMessage(title, help, QSystemTrayIcon::Warning);
+    else
+        showMessage(title, title, help);
+}
+
+void AppDelegate::setupMonitoring()
+{
+    if (m_monitoring || m_shutDown)
+        return;
+    if (!m_monitor->start())
+        return;
+    m_privacy->start();
+
+    m_hotkeys->setOnTripleTap([this] { toggleKeyboard(); });
+    m_hotkeys->setOnSingleTapWhileHovering([this] { singleTapWhileHovering(); });
+    m_hotkeys->setOnEscapeWhileHovering([this] { hideKeyboard(); });
+    m_hotkeys->setOnSettingsHotkey([this] { openSettings(); });
+    m_hotkeys->start();
+    m_monitoring = true;
+}
+
+void AppDelegate::scheduleRecordingCheck()
+{
+    m_recordingCheck = m_clock.schedule(recordingCheckInterval, this, [this] {
+        checkScreenRecording();
+        if (!m_shutDown)
+            scheduleRecordingCheck();
+    });
+}
+
+void AppDelegate::checkScreenRecording()
+{
+    if (!m_settings.value(SettingKeys::showOnScreenRecording()))
+        return;
+    if (m_privacy->screenRecordingActive()) {
+        m_wasRecording = true;
+        if (m_isVisible || m_userHid)
+            return;
+        m_autoShownByRecording = true;
+        showKeyboard();
+        return;
+    }
+    if (m_wasRecording) {
+        if (m_settings.value(SettingKeys::hideOnScreenRecordingEnd()) && m_isVisible && m_autoShownByRecording)
+            hideKeyboard();
+        m_userHid = false;
+        m_autoShownByRecording = false;
+    }
+    m_wasRecording = false;
+}
+
+void AppDelegate::singleTapWhileHovering()
+{
+    // A tap that belongs to the gesture that just showed the panel must not switch auto-hide as well.
+    if (m_panel && m_clock.now() - m_panel->shownAt() > singleTapGrace)
+        m_panel->toggleAutoHide();
+}
+
+void AppDelegate::showKeyboard()
+{
+    if (!m_panel)
+        m_panel = std::make_unique<KeyboardPanel>(m_settings, m_clock, m_monitor.get(), this);
+    m_panel->show();
+    m_panel->raise();
+    m_panel->setShownAt(m_clock.now());
+    m_isVisible = true;
+    m_userHid = false;
+    m_settings.setValue(SettingKeys::keyboardVisible(), true);
+    refreshMenu();
+}
+
+void AppDelegate::hideKeyboard()
+{
+    if (m_panel)
+        m_panel->hide();
+    m_isVisible = false;
+    m_userHid = true;
+    m_settings.setValue(SettingKeys::keyboardVisible(), false);
+    refreshMenu();
+}
+
+void AppDelegate::toggleKeyboard()
+{
+    if (m_isVisible)
+        hideKeyboard();
+    else
+        showKeyboard();
+}
+
+void AppDelegate::setKeyboardVisible(bool visible)
+{
+    if (visible)
+        showKeyboard();
+    else
+        hideKeyboard();
+}
+
+void AppDelegate::refreshMenu()
+{
+    if (m_menuBar)
+        m_menuBar->refresh();
+}
+
+void AppDelegate::openSettings()
+{
+    if (!m_settingsWindow)
+        m_settingsWindow = std::make_unique<SettingsWindowPlaceholder>();
+    m_settingsWindow->bringToFront();
+    // Some window managers refuse the first activation of a window that was not asked for with a click.
+    QPointer<QWidget> window = m_settingsWindow.get();
+    m_clock.schedule(settingsReactivationDelay, this, [window] {
+        if (window && window->isVisible())
+            window->activateWindow();
+    });
+}
+
+void AppDelegate::checkForUpdates()
+{
+    if (UpdaterManager* updater = UpdaterManager::shared())
+        updater->checkForUpdates(true);
+}
+
+void AppDelegate::quit()
+{
+    QCoreApplication::exit(0);
+}
+
+void AppDelegate::onUpdateAvailable(const QString& version, const QUrl& notes, const QUrl& download)
+{
+    // Shown for automatic checks too: a newer version is the one outcome worth an interruption.
+    QString details = tr("You have version %1.").arg(QCoreApplication::applicationVersion().toHtmlEscaped());
+    if (notes.isValid())
+        details += u" <a href=\"%1\">%2</a>"_s.arg(notes.toString(QUrl::FullyEncoded).toHtmlEscaped(),
+            tr("What is new"));
+    if (download.isValid())
+        details += u" <a href=\"%1\">%2</a>"_s.arg(download.toString(QUrl::FullyEncoded).toHtmlEscaped(),
+            tr("Download"));
+    showMessage(tr("Update Available"), tr("Ordalis %1 is available.").arg(version), details);
+}
+
+void AppDelegate::onUpToDate(bool userInitiated)
+{
+    if (userInitiated)
+        showMessage(tr("No Update"), tr("Ordalis is up to date."),
+            tr("Version %1 is the newest.").arg(QCoreApplication::applicationVersion().toHtmlEscaped()));
+}
+
+void AppDelegate::onUpdateFailed(const QString& message, bool userInitiated)
+{
+    if (userInitiated)
+        showMessage(tr("Update Check Failed"), tr("The update check failed."), message);
+}
+
+void AppDelegate::showMessage(const QString& title, const QString& text, const QString& details)
+{
+    // Not modal: the tray and the keyboard keep working while it is open. A newer message replaces an older one.
+    if (m_message)
+        m_message->close();
+    auto* box = new QMessageBox(QMessageBox::Information, title, text, QMessageBox::Ok);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setTextFormat(Qt::PlainText);
+    box->setInformativeText(details);
+    box->setTextInteractionFlags(Qt::TextBrowserInteraction);
+    box->setModal(false);
+    box->show();
+    box->raise();
+    box->activateWindow();
+    m_message = box;
+}

@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "ui/menubarview.h"
+
+#include "app/appconfig.h"
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+#include "input/triggermodifier.h"
+#include "keyboard/symbolicons.h"
+#include "theme/themelibrary.h"
+#include "ui/menubaractions.h"
+
+#include <QCoreApplication>
+#include <QCursor>
+#include <QDesktopServices>
+#include <QIcon>
+#include <QKeySequence>
+#include <QMenu>
+#include <QPainter>
+#include <QSystemTrayIcon>
+#include <QUrlQuery>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/**
+ * The keyboard symbol in white with a dark rim one pixel wide, so that it reads on light and dark panels alike.
+ */
+QImage trayImage(int side)
+{
+    QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    // Leave room for the rim; the symbol's box is 1.2 times its point size.
+    const double pointSize = (side - 2) / 1.2;
+    SymbolIcons& icons = SymbolIcons::shared();
+    const QImage rim = icons.image(u"keyboard"_s, pointSize, SymbolWeight::regular, QColor(0, 0, 0, 150), 1.0);
+    const QImage glyph = icons.image(u"keyboard"_s, pointSize, SymbolWeight::regular, Qt::white, 1.0);
+    if (glyph.isNull())
+        return image;
+
+    QPainter painter(&image);
+    const QPoint origin((side - glyph.width()) / 2, (side - glyph.height()) / 2);
+    for (int dx = -1; dx <= 1; ++dx) {
+        for (int dy = -1; dy <= 1; ++dy) {
+            if (dx != 0 || dy != 0)
+                painter.drawImage(origin + QPoint(dx, dy), rim);
+        }
+    }
+    painter.drawImage(origin, glyph);
+    return image;
+}
+
+QIcon keyboardIcon()
+{
+    QIcon icon;
+    for (int side : { 16, 22, 24, 32, 48, 64 })
+        icon.addPixmap(QPixmap::fromImage(trayImage(side)));
+    return icon;
+}
+
+/** The settings the menu shows; a change of any of them rebuilds it. */
+bool isShownKey(const QString& name)
+{
+    return name == SettingKeys::showOnScreenRecording().name() || name == SettingKeys::launchAtLogin().name()
+        || name == SettingKeys::activeThemeConfig().name() || name == SettingKeys::activeThemeName().name()
+        || name == SettingKeys::savedThemes().name() || name == SettingKeys::enableGlobalHotkey().name()
+        || name == SettingKeys::triggerModifier().name();
+}
+
+} // namespace
+
+MenuBarView::MenuBarView(SettingsStore& settings, MenuBarActions& actions, QObject* parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_actions(actions)
+    , m_menu(std::make_unique<QMenu>())
+    , m_trayIcon(new QSystemTrayIcon(this))
+{
+    m_trayIcon->setIcon(keyboardIcon());
+    m_trayIcon->setToolTip(applicationName());
+    m_trayIcon->setContextMenu(m_menu.get());
+    // Most Linux trays open the menu on the right button only; the left one opens it too.
+    connect(m_trayIcon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger && !m_menu->isVisible())
+            m_menu->popup(QCursor::pos());
+    });
+
+    connect(&m_settings, &SettingsStore::valueChanged, this, [this](const QString& name) {
+        if (isShownKey(name))
+            rebuild();
+    });
+    rebuild();
+}
+
+MenuBarView::~MenuBarView()
+{
+    // The tray icon refers to the menu.
+    delete m_trayIcon;
+    m_trayIcon = nullptr;
+}
+
+QMenu* MenuBarView::menu() const
+{
+    return m_menu.get();
+}
+
+QSystemTrayIcon* MenuBarView::trayIcon() const
+{
+    return m_trayIcon;
+}
+
+bool MenuBarView::isTrayAvailable()
+{
+    return QSystemTrayIcon::isSystemTrayAvailable();
+}
+
+void MenuBarView::show()
+{
+    // Shown even without a tray: Qt embeds the icon once a tray appears.
+    m_trayIcon->show();
+}
+
+void MenuBarView::refresh()
+{
+    rebuild();
+}
+
+QString MenuBarView::applicationName()
+{
+    const QString name = QCoreApplication::applicationName();
+    return name.isEmpty() ? u"Ordalis"_s : name;
+}
+
+QString MenuBarView::versionText()
+{
+    const QString version = QCoreApplication::applicationVersion();
+    return version.isEmpty() ? u"?"_s : version;
+}
+
+QUrl MenuBarView::contactUrl()
+{
+    QUrl url = AppConfig::contactUrl();
+    if (!url.isValid())
+        return {};
+    QUrlQuery query(url);
+    query.addQueryItem(u"app"_s, applicationName());
+    url.setQuery(query);
+    return url.isValid() ? url : QUrl();
+}
+
+void MenuBarView::setUrlOpener(UrlOpener opener)
+{
+    m_urlOpener = std::move(opener);
+}
+
+void MenuBarView::openUrl(const QUrl& url) const
+{
+    if (!url.isValid() || url.isEmpty())
+        return;
+    if (m_urlOpener)
+        m_urlOpener(url);
+    else
+        QDesktopServices::openUrl(url);
+}
+
+void MenuBarView::rebuild()
+{
+    // An item may be rebuilding the menu from its own triggered(), so the old items go later, not now.
+    const QList<QAction*> old = m_menu->actions();
+    for (QAction* action : old) {
+        m_menu->removeAction(action);
+        if (QMenu* submenu = action->menu())
+            submenu->deleteLater();
+        else if (action->parent() == m_menu.get())
+            action->deleteLater();
+    }
+
+    const bool visible = m_actions.isKeyboardVisible();
+    QAction* visibility = m_menu->addAction(visible ? tr("Hide Keyboard") : tr("Show Keyboard"));
+    connect(visibility, &QAction::triggered, this, [this] {
+        m_actions.setKeyboardVisible(!m_actions.isKeyboardVisible());
+        rebuild();
+    });
+
+    m_menu->addSeparator();
+
+    QAction* recording = m_menu->addAction(tr("Show on Screen Recording"));
+    recording->setCheckable(true);
+    recording->setChecked(m_settings.value(SettingKeys::showOnScreenRecording()));
+    connect(recording, &QAction::toggled, this,
+        [this](bool on) { m_settings.setValue(SettingKeys::showOnScreenRecording(), on); });
+
+    QAction* login = m_menu->addAction(tr("Launch at Login"));
+    login->setCheckable(true);
+    login->setChecked(m_settings.value(SettingKeys::launchAtLogin()));
+    connect(login, &QAction::toggled, this, [this](bool on) { m_settings.setValue(SettingKeys::launchAtLogin(), on); });
+
+    m_menu->addSeparator();
+
+    addHotkeyMenu();
+    addThemeMenu();
+
+    m_menu->addSeparator();
+
+    QAction* settings = m_menu->addAction(tr("Settings…"));
+    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    connect(settings, &QAction::triggered, this, [this] { m_actions.openSettings(); });
+
+    addAboutMenu();
+
+    m_menu->addSeparator();
+
+    QAction* quit = m_menu->addAction(tr("Quit %1").arg(applicationName()));
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    quit->setMenuRole(QAction::QuitRole);
+    connect(quit, &QAction::triggered, this, [this] { m_actions.quit(); });
+}
+
+void MenuBarView::addHotkeyMenu()
+{
+    const TriggerModifier current = m_settings.value(SettingKeys::triggerModifier());
+    QMenu* hotkey = m_menu->addMenu(tr("Hotkey: Triple-tap %1").arg(TriggerModifiers::displayName(current)));
+
+    QAction* enabled = hotkey->addAction(tr("Enabled"));
+    enabled->setCheckable(true);
+    enabled->setChecked(m_settings.value(SettingKeys::enableGlobalHotkey()));
+    connect(enabled, &QAction::toggled, this,
+        [this](bool on) { m_settings.setValue(SettingKeys::enableGlobalHotkey(), on); });
+
+    hotkey->addSeparator();
+
+    // Only the current choice is checkable, so the others read as plain commands.
+    for (TriggerModifier trigger : TriggerModifiers::all()) {
+        QAction* choice = hotkey->addAction(TriggerModifiers::displayName(trigger));
+        if (trigger == current) {
+            choice->setCheckable(true);
+            choice->setChecked(true);
+        }
+        connect(choice, &QAction::triggered, this, [this, trigger] { chooseTrigger(trigger); });
+    }
+}
+
+void MenuBarView::chooseTrigger(TriggerModifier trigger)
+{
+    m_settings.setValue(SettingKeys::triggerModifier(), trigger);
+    emit triggerModifierChanged();
+    // Choosing the current trigger again changes no setting, but the click unchecked its item.
+    rebuild();
+}
+
+void MenuBarView::addThemeMenu()
+{
+    const QString activeName = m_settings.value(SettingKeys::activeThemeName());
+    const ThemeConfig active = m_settings.value(SettingKeys::activeThemeConfig());
+    const QList<NamedTheme> saved = m_settings.value(SettingKeys::savedThemes());
+
+    QMenu* themes = m_menu->addMenu(tr("Theme: %1").arg(activeName));
+    // The checkmark follows the name; several entries may share it.
+    for (const NamedTheme& theme : saved) {
+        QAction* choice = themes->addAction(theme.name);
+        if (theme.name == activeName) {
+            choice->setCheckable(true);
+            choice->setChecked(true);
+        }
+        connect(choice, &QAction::triggered, this, [this, theme] {
+            ThemeLibrary::chooseThemeFromMenu(m_settings, theme);
+            rebuild();
+        });
+    }
+    // "Current (unsaved)" follows the configuration, so it can be checked beside a named entry.
+    if (ThemeLibrary::isCurrentConfigUnsaved(active, saved)) {
+        themes->addSeparator();
+        QAction* current = themes->addAction(ThemeLibrary::currentUnsavedText());
+        current->setCheckable(true);
+        current->setChecked(true);
+        current->setEnabled(false);
+    }
+}
+
+void MenuBarView::addAboutMenu()
+{
+    QMenu* about = m_menu->addMenu(tr("About"));
+
+    // Disabled, so it is drawn dimmed and does nothing.
+    QAction* version = about->addAction(tr("Version: %1").arg(versionText()));
+    version->setEnabled(false);
+
+    QAction* updates = about->addAction(tr("Check for Updates..."));
+    connect(updates, &QAction::triggered, this, [this] { m_actions.checkForUpdates(); });
+
+    about->addSeparator();
+
+    QAction* contact = about->addAction(tr("Contact the developer"));
+    connect(contact, &QAction::triggered, this, [this] { openUrl(contactUrl()); });
+
+    QAction* privacy = about->addAction(tr("Privacy policy"));
+    connect(privacy, &QAction::triggered, this, [this] { openUrl(AppConfig::privacyPolicyUrl()); });
+}

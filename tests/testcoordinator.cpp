@@ -1,0 +1,441 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The coordinator's start-up, its reaction to screen recordings, the settings window, update results, and the
+// one-instance rule.
+#include "app/appdelegate.h"
+#include "app/clock.h"
+#include "app/privacymonitor.h"
+#include "app/recordingsources.h"
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+#include "app/singleinstance.h"
+#include "app/updatermanager.h"
+#include "input/hotkeymanager.h"
+#include "input/inputbackend.h"
+#include "panel/keyboardpanel.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QMessageBox>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class FakeBackend final : public InputBackend
+{
+public:
+    QString name() const override { return u"fake"_s; }
+    Access access() const override
+    {
+        ++accessChecks;
+        return state;
+    }
+    QString accessHelp() const override { return u"To allow it, run\n\n    sudo usermod -aG input $USER"_s; }
+    bool start() override
+    {
+        ++starts;
+        running = state == Access::granted;
+        return running;
+    }
+    void stop() override { running = false; }
+    bool capsLockOn() const override { return false; }
+
+    Access state = Access::granted;
+    mutable int accessChecks = 0;
+    int starts = 0;
+    bool running = false;
+};
+
+class FakeRecording final : public RecordingSource
+{
+public:
+    explicit FakeRecording(const bool& recording)
+        : m_recording(recording)
+    {
+    }
+    bool isRecording() override { return m_recording; }
+
+private:
+    const bool& m_recording;
+};
+
+QList<QMessageBox*> openMessages()
+{
+    QList<QMessageBox*> boxes;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible())
+            boxes.append(box);
+    }
+    return boxes;
+}
+
+void closeMessages()
+{
+    for (QMessageBox* box : openMessages())
+        box->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+} // namespace
+
+class TestCoordinator final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void recordingScenarios_data();
+    void recordingScenarios();
+    void recordingFollowsTheClock();
+    void visibilityAndTrayAtStart();
+    void accessIsAskedForUntilGranted();
+    void accessThatCannotComeIsNotPolled();
+    void shutdownStopsEverything();
+    void settingsWindowIsAnOrdinaryWindow();
+    void updateResultsShownWhenWorthIt();
+    void secondInstanceAsksTheFirstToShow();
+    void staleSocketIsReplaced();
+
+private:
+    AppDelegate& start(bool trayAvailable = true);
+    void restart(bool trayAvailable = true);
+    /** The watcher's poll and the coordinator's check, as the clock runs them. */
+    void check();
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<SettingsStore> m_settings;
+    std::unique_ptr<ManualClock> m_clock;
+    std::unique_ptr<FakeBackend> m_backend;
+    bool m_recording = false;
+    std::unique_ptr<AppDelegate> m_app;
+};
+
+void TestCoordinator::initTestCase()
+{
+    // The offscreen platform cannot raise or activate windows and says so every time.
+    static QtMessageHandler testLog = nullptr;
+    testLog = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+        if (!message.startsWith(u"This plugin does not support"_s))
+            testLog(type, context, message);
+    });
+}
+
+void TestCoordinator::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_settings = std::make_unique<SettingsStore>(m_dir->filePath(u"settings.json"_s));
+    m_clock = std::make_unique<ManualClock>();
+    m_backend = std::make_unique<FakeBackend>();
+    m_recording = false;
+    // Launch at login writes under the configuration folder; keep it in the test's own.
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_dir->filePath(u"config"_s)));
+}
+
+void TestCoordinator::cleanup()
+{
+    m_app.reset();
+    closeMessages();
+    m_backend.reset();
+    m_clock.reset();
+    m_settings.reset();
+    m_dir.reset();
+}
+
+AppDelegate& TestCoordinator::start(bool trayAvailable)
+{
+    AppDelegate::Environment environment;
+    environment.backend = m_backend.get();
+    environment.recordingSource = std::make_unique<FakeRecording>(m_recording);
+    environment.trayAvailable = trayAvailable;
+    m_app = std::make_unique<AppDelegate>(*m_settings, *m_clock, std::move(environment));
+    m_app->start();
+    return *m_app;
+}
+
+void TestCoordinator::restart(bool trayAvailable)
+{
+    m_app.reset();
+    // A new process reads the file afresh.
+    m_settings = std::make_unique<SettingsStore>(m_dir->filePath(u"settings.json"_s));
+    start(trayAvailable);
+}
+
+void TestCoordinator::check()
+{
+    m_app->privacyMonitor().pollScreenRecording();
+    m_app->checkScreenRecording();
+}
+
+void TestCoordinator::recordingScenarios_data()
+{
+    // Steps: "rec" and "end" set the recording and run a check, "check" runs one more, "show" and "hide" are the
+    // user's. `visible` is whether the keyboard shows after each step.
+    QTest::addColumn<bool>("showOnRecording");
+    QTest::addColumn<bool>("hideOnEnd");
+    QTest::addColumn<QString>("steps");
+    QTest::addColumn<QString>("visible");
+
+    QTest::newRow("shown at the start, hidden at the end") << true << true << u"rec check end check"_s << u"1100"_s;
+    QTest::newRow("left showing when hiding at the end is off") << true << false << u"rec end"_s << u"11"_s;
+    QTest::newRow("hidden by the user during it: stays hidden")
+        << true << true << u"rec hide check check end"_s << u"10000"_s;
+    QTest::newRow("hidden during one recording: the next one shows it")
+        << true << true << u"rec hide end rec"_s << u"1001"_s;
+    QTest::newRow("shown by the user before: not hidden at the end") << true << true << u"show rec end"_s << u"111"_s;
+    QTest::newRow("hidden by the user before: shown only by the recording after next")
+        << true << true << u"show hide rec end rec"_s << u"10001"_s;
+    QTest::newRow("recordings ignored when the setting is off") << false << true << u"rec end"_s << u"00"_s;
+    QTest::newRow("nothing hidden at the end when the setting is off")
+        << false << true << u"show rec end"_s << u"111"_s;
+}
+
+void TestCoordinator::recordingScenarios()
+{
+    QFETCH(bool, showOnRecording);
+    QFETCH(bool, hideOnEnd);
+    QFETCH(QString, steps);
+    QFETCH(QString, visible);
+
+    m_settings->setValue(SettingKeys::showOnScreenRecording(), showOnRecording);
+    m_settings->setValue(SettingKeys::hideOnScreenRecordingEnd(), hideOnEnd);
+    AppDelegate& app = start();
+    const QStringList list = steps.split(u' ');
+    QCOMPARE(list.size(), visible.size());
+    for (qsizetype i = 0; i < list.size(); ++i) {
+        const QString& step = list[i];
+        if (step == u"show")
+            app.showKeyboard();
+        else if (step == u"hide")
+            app.hideKeyboard();
+        else {
+            if (step != u"check")
+                m_recording = step == u"rec";
+            check();
+        }
+        const QByteArray where = u"after step %1 (%2)"_s.arg(i + 1).arg(step).toUtf8();
+        QVERIFY2(app.isVisible() == (visible[i] == u'1'), where.constData());
+        QVERIFY2(app.wasRecording() == (showOnRecording && m_recording), where.constData());
+        // Only a keyboard the recording brought up counts as shown by it; the mark goes when the recording ends.
+        const bool autoShown = showOnRecording && m_recording && app.isVisible() && !steps.startsWith(u"show");
+        if (!steps.contains(u"hide"))
+            QVERIFY2(app.autoShownByRecording() == autoShown, where.constData());
+    }
+    QVERIFY(!app.autoShownByRecording() || m_recording);
+}
+
+void TestCoordinator::recordingFollowsTheClock()
+{
+    m_settings->setValue(SettingKeys::hideOnScreenRecordingEnd(), true);
+    AppDelegate& app = start();
+    m_recording = true;
+    // The watcher asked at start, before the recording; it asks again at 2.0, and the check at 2.5 sees it.
+    m_clock->advance(2.4);
+    QVERIFY(!app.isVisible());
+    m_clock->advance(0.1);
+    QVERIFY(app.isVisible());
+    QVERIFY(app.autoShownByRecording());
+
+    m_recording = false;
+    m_clock->advanceTo(5.0 - 0.01);
+    QVERIFY(app.isVisible());
+    m_clock->advanceTo(5.0);
+    QVERIFY(!app.isVisible());
+    QVERIFY(!app.autoShownByRecording());
+    QVERIFY(!app.userHid());
+    QVERIFY(!app.settings().value(SettingKeys::keyboardVisible()));
+
+    // Without access to the keys nothing is watched, so no recording is seen either.
+    m_backend->state = InputBackend::Access::denied;
+    restart();
+    m_recording = true;
+    m_clock->advance(10.0);
+    QVERIFY(!m_app->isVisible());
+    QVERIFY(!m_app->privacyMonitor().isRunning());
+}
+
+void TestCoordinator::visibilityAndTrayAtStart()
+{
+    AppDelegate& first = start();
+    QVERIFY(!first.isVisible());
+    QVERIFY(!first.keyboardPanel());
+    first.showKeyboard();
+
+    restart();
+    QVERIFY(m_app->isVisible());
+    QVERIFY(m_app->keyboardPanel() && m_app->keyboardPanel()->isVisible());
+    // Through the tray menu's binding this time.
+    m_app->setKeyboardVisible(false);
+    QVERIFY(!m_app->isKeyboardVisible());
+
+    restart();
+    QVERIFY(!m_app->isVisible());
+    QVERIFY(!m_app->keyboardPanel());
+
+    // Without a tray the keyboard is the only way in, so it shows whatever was stored.
+    restart(false);
+    QVERIFY(m_app->isVisible());
+}
+
+void TestCoordinator::accessIsAskedForUntilGranted()
+{
+    m_backend->state = InputBackend::Access::denied;
+    AppDelegate& app = start(false);
+    QVERIFY(!app.isMonitoring());
+    QCOMPARE(m_backend->starts, 0);
+
+    // Explained once, with the back end's own words.
+    const QList<QMessageBox*> shown = openMessages();
+    QCOMPARE(shown.size(), 1);
+    QVERIFY(shown.constFirst()->informativeText().contains(u"sudo usermod -aG input $USER"_s));
+    m_clock->advance(3 * AppDelegate::accessPollInterval);
+    QCOMPARE(openMessages().size(), 1);
+    QCOMPARE(m_backend->accessChecks, 4);
+
+    m_backend->state = InputBackend::Access::granted;
+    m_clock->advanceTo(4 * AppDelegate::accessPollInterval - 0.01);
+    QVERIFY(!app.isMonitoring());
+    m_clock->advanceTo(4 * AppDelegate::accessPollInterval);
+    QVERIFY(app.isMonitoring());
+    QVERIFY(m_backend->running);
+    QVERIFY(app.hotkeys().isStarted());
+    QVERIFY(app.privacyMonitor().isRunning());
+
+    // Asked no more once granted.
+    m_clock->advance(10 * AppDelegate::accessPollInterval);
+    QCOMPARE(m_backend->accessChecks, 5);
+    QCOMPARE(m_backend->starts, 1);
+}
+
+void TestCoordinator::accessThatCannotComeIsNotPolled()
+{
+    m_backend->state = InputBackend::Access::unavailable;
+    AppDelegate& app = start(false);
+    m_clock->advance(10 * AppDelegate::accessPollInterval);
+    QCOMPARE(m_backend->accessChecks, 1);
+    QVERIFY(!app.isMonitoring());
+    QVERIFY(openMessages().isEmpty());
+}
+
+void TestCoordinator::shutdownStopsEverything()
+{
+    AppDelegate& app = start();
+    QCOMPARE(AppDelegate::shared(), &app);
+    QCOMPARE(HotkeyManager::shared(), &app.hotkeys());
+    QVERIFY(UpdaterManager::shared());
+    QVERIFY(m_backend->running);
+
+    app.shutdown();
+    QVERIFY(!m_backend->running);
+    QVERIFY(!app.privacyMonitor().isRunning());
+    QVERIFY(!app.hotkeys().isStarted());
+    QVERIFY(!AppDelegate::shared());
+    QVERIFY(!HotkeyManager::shared());
+    QVERIFY(!UpdaterManager::shared());
+    // The recording check has stopped too.
+    m_recording = true;
+    m_clock->advance(10.0);
+    QVERIFY(!app.isVisible());
+}
+
+void TestCoordinator::settingsWindowIsAnOrdinaryWindow()
+{
+    AppDelegate& app = start();
+    app.showKeyboard();
+    QVERIFY(!app.settingsWindow());
+    app.openSettings();
+    QWidget* window = app.settingsWindow();
+    QVERIFY(window && window->isVisible());
+    QCOMPARE(window->windowTitle(), u"Ordalis Settings"_s);
+    // A task-bar entry for the settings, never for the keyboard.
+    QCOMPARE(window->windowType(), Qt::Window);
+    QCOMPARE(app.keyboardPanel()->windowType(), Qt::Tool);
+
+    window->close();
+    m_clock->advance(1.0);
+    QVERIFY(!window->isVisible());
+    app.openSettings();
+    QCOMPARE(app.settingsWindow(), window);
+    QVERIFY(window->isVisible());
+}
+
+void TestCoordinator::updateResultsShownWhenWorthIt()
+{
+    start();
+    UpdaterManager* updater = UpdaterManager::shared();
+    QVERIFY(updater);
+
+    // An automatic check speaks up only for a newer version.
+    emit updater->upToDate(false);
+    emit updater->failed(u"No answer."_s, false);
+    QVERIFY(openMessages().isEmpty());
+    emit updater->updateAvailable(
+        u"9.0"_s, QUrl(u"https://example.invalid/notes"_s), QUrl(u"https://example.invalid/get"_s), false);
+    QCOMPARE(openMessages().size(), 1);
+    QVERIFY(openMessages().constFirst()->text().contains(u"9.0"_s));
+    QVERIFY(openMessages().constFirst()->informativeText().contains(u"https://example.invalid/notes"_s));
+    closeMessages();
+
+    emit updater->upToDate(true);
+    QCOMPARE(openMessages().size(), 1);
+    QCOMPARE(openMessages().constFirst()->text(), u"Ordalis is up to date."_s);
+    // A newer message takes the place of the older one.
+    emit updater->failed(u"No answer."_s, true);
+    QCOMPARE(openMessages().size(), 1);
+    QVERIFY(openMessages().constFirst()->informativeText().contains(u"No answer."_s));
+}
+
+void TestCoordinator::secondInstanceAsksTheFirstToShow()
+{
+    const QString name = m_dir->filePath(u"instance"_s);
+    SingleInstance first(name);
+    QCOMPARE(first.claim(), SingleInstance::Role::primary);
+    QSignalSpy showRequested(&first, &SingleInstance::showRequested);
+
+    SingleInstance second(name);
+    QCOMPARE(second.claim(), SingleInstance::Role::secondary);
+    QVERIFY(showRequested.wait(5000));
+    QCOMPARE(showRequested.size(), 1);
+
+    // Each later start asks again.
+    SingleInstance third(name);
+    QCOMPARE(third.claim(), SingleInstance::Role::secondary);
+    QTRY_COMPARE_WITH_TIMEOUT(showRequested.size(), 2, 5000);
+}
+
+void TestCoordinator::staleSocketIsReplaced()
+{
+    // What an instance that crashed leaves behind: a socket file nobody listens on.
+    const QString name = m_dir->filePath(u"instance"_s);
+    const QByteArray path = QFile::encodeName(name);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    QVERIFY(fd >= 0);
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
+    QCOMPARE(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ::close(fd);
+    QVERIFY(QFile::exists(name));
+
+    SingleInstance next(name);
+    QCOMPARE(next.claim(), SingleInstance::Role::primary);
+    QSignalSpy showRequested(&next, &SingleInstance::showRequested);
+    SingleInstance later(name);
+    QCOMPARE(later.claim(), SingleInstance::Role::secondary);
+    QVERIFY(showRequested.wait(5000));
+}
+
+QTEST_MAIN(TestCoordinator)
+#include "testcoordinator.moc"
