@@ -19,6 +19,7 @@
 #include <QPainterPath>
 #include <QPointer>
 #include <QRegion>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QTemporaryDir>
 #include <QTest>
@@ -59,6 +60,45 @@ void send(QWidget* widget, QEvent::Type type, const QPointF& global, Qt::MouseBu
     QCoreApplication::sendEvent(widget, &event);
 }
 
+QPointF screenCentre()
+{
+    return QRectF(QGuiApplication::primaryScreen()->availableGeometry()).center();
+}
+
+// Members in the order they depend on each other, so they are torn down in the right order.
+struct Fixture
+{
+    QTemporaryDir dir;
+    SettingsStore settings { dir.filePath(u"settings.json"_s) };
+    ManualClock clock { 100.0 };
+    RecordingActions actions;
+    std::unique_ptr<KeyboardPanel> panel;
+    /** The pointer's global position as the hover probe sees it. */
+    QPoint pointer { -1000, -1000 };
+
+    KeyboardPanel& makePanel(bool shown = false)
+    {
+        panel.reset();
+        panel = std::make_unique<KeyboardPanel>(settings, clock, nullptr, &actions);
+        panel->hoverTrackingView()->setPointerReader([this] { return pointer; });
+        if (shown) {
+            panel->show();
+            if (!QTest::qWaitForWindowExposed(panel.get()))
+                qWarning("the panel was not exposed");
+        }
+        return *panel;
+    }
+
+    /** The frame as the settings keep it: left edge, bottom edge and width. */
+    QRectF storedFrame() const
+    {
+        const double width = settings.value(SettingKeys::windowWidth());
+        const double height = width / panel->currentAspectRatio();
+        const double bottom = settings.value(SettingKeys::windowY()).value_or(qQNaN());
+        return { settings.value(SettingKeys::windowX()).value_or(qQNaN()), bottom - height, width, height };
+    }
+};
+
 } // namespace
 
 class TestKeyboardPanel final : public QObject
@@ -67,46 +107,27 @@ class TestKeyboardPanel final : public QObject
 
 private slots:
     void initTestCase();
-    void init();
-    void cleanup();
+    void init() { m_f = std::make_unique<Fixture>(); }
+    void cleanup() { m_f.reset(); }
 
     void defaultSizeAndCentring();
-    void frameCorrections_data();
-    void frameCorrections();
-    void sameWidthMovesWithoutPlaceholder();
+    void setFrame_data();
+    void setFrame();
     void rapidResizesShowOnePlaceholder();
-    void windowManagerChangesGoThroughTheFrame();
-    void placeRestoredAtNextStart();
-    void placeOffEveryScreenIsCentred_data();
-    void placeOffEveryScreenIsCentred();
+    void placeAtNextStart_data();
+    void placeAtNextStart();
 
-    void hoverFadesThenLetsClicksThrough();
-    void leavingWithinFadeTimeKeepsPanelClickable();
-    void autoHideOffChangesNothing();
-    void toggleAutoHide();
-    void hidingEndsHover();
+    void hover_data();
+    void hover();
 
-    void resizeHandleDrag_data();
-    void resizeHandleDrag();
+    void drag_data();
+    void drag();
     void resizeHandleHoverLook();
-    void backgroundDragMovesPanel();
-
-    void contextMenuForSavedTheme();
-    void contextMenuForUnsavedTheme();
-    void contextMenuActions();
-
+    void contextMenu();
     void blurRegionFollowsTheChassis();
 
 private:
-    KeyboardPanel& makePanel();
-    /** The pointer's global position as the hover probe sees it. */
-    QPoint m_pointer;
-
-    std::unique_ptr<QTemporaryDir> m_dir;
-    std::unique_ptr<SettingsStore> m_settings;
-    std::unique_ptr<ManualClock> m_clock;
-    RecordingActions m_actions;
-    std::unique_ptr<KeyboardPanel> m_panel;
+    std::unique_ptr<Fixture> m_f;
 };
 
 void TestKeyboardPanel::initTestCase()
@@ -119,33 +140,9 @@ void TestKeyboardPanel::initTestCase()
     });
 }
 
-void TestKeyboardPanel::init()
-{
-    m_dir = std::make_unique<QTemporaryDir>();
-    m_settings = std::make_unique<SettingsStore>(m_dir->filePath(u"settings.json"_s));
-    m_clock = std::make_unique<ManualClock>(100.0);
-    m_actions = RecordingActions();
-    m_pointer = QPoint(-1000, -1000);
-}
-
-void TestKeyboardPanel::cleanup()
-{
-    m_panel.reset();
-    m_settings.reset();
-    m_clock.reset();
-    m_dir.reset();
-}
-
-KeyboardPanel& TestKeyboardPanel::makePanel()
-{
-    m_panel = std::make_unique<KeyboardPanel>(*m_settings, *m_clock, nullptr, &m_actions);
-    m_panel->hoverTrackingView()->setPointerReader([this] { return m_pointer; });
-    return *m_panel;
-}
-
 void TestKeyboardPanel::defaultSizeAndCentring()
 {
-    KeyboardPanel& panel = makePanel();
+    KeyboardPanel& panel = m_f->makePanel();
     QCOMPARE(std::round(panel.currentAspectRatio() * 1e5) / 1e5, 2.57365);
     QCOMPARE(panel.frame().width(), 900.0);
     QCOMPARE(std::round(panel.frame().height() * 1e3) / 1e3, 349.699);
@@ -153,466 +150,323 @@ void TestKeyboardPanel::defaultSizeAndCentring()
     QCOMPARE(std::round(panel.minimumFrameSize().height() * 1e3) / 1e3, 271.988);
     QCOMPARE(panel.minimumWidth(), 700);
     QCOMPARE(panel.geometry().size(), QSize(900, 350));
-
-    const QRectF screen = QGuiApplication::primaryScreen()->availableGeometry();
-    QCOMPARE(panel.frame().center(), screen.center());
-    QCOMPARE(panel.frame().height(), 900 / panel.currentAspectRatio());
-    // The bottom-left corner is what is kept.
-    QCOMPARE(m_settings->value(SettingKeys::windowX()), std::optional(panel.frame().left()));
-    QCOMPARE(m_settings->value(SettingKeys::windowY()), std::optional(panel.frame().bottom()));
+    QCOMPARE(panel.frame().center(), screenCentre());
+    QCOMPARE(m_f->storedFrame(), panel.frame());
 }
 
-void TestKeyboardPanel::frameCorrections_data()
+void TestKeyboardPanel::setFrame_data()
 {
     QTest::addColumn<QRectF>("requested");
     QTest::addColumn<double>("width");
+    QTest::addColumn<bool>("byWindowManager");
 
     QTest::newRow("A height off the ratio follows from the width, the top edge staying where asked")
-        << QRectF(10, 20, 1000, 123) << 1000.0;
-    QTest::newRow("A taller request is cut down the same way") << QRectF(-40, 300, 750.5, 2000) << 750.5;
-    QTest::newRow("A width under the minimum is raised to it") << QRectF(0, 0, 300, 100) << 700.0;
+        << QRectF(10, 20, 1000, 123) << 1000.0 << false;
+    QTest::newRow("A taller request is cut down the same way") << QRectF(-40, 300, 750.5, 2000) << 750.5 << false;
+    QTest::newRow("A width under the minimum is raised to it") << QRectF(0, 0, 300, 100) << 700.0 << false;
+    QTest::newRow("The same width only moves the panel") << QRectF(50, 60, 900, 10) << 900.0 << false;
+    QTest::newRow("A resize by the window manager is taken over") << QRectF(33, 44, 1000, 200) << 1000.0 << true;
+    QTest::newRow("So is a move") << QRectF(33, 44, 900, 350) << 900.0 << true;
 }
 
-void TestKeyboardPanel::frameCorrections()
+void TestKeyboardPanel::setFrame()
 {
     QFETCH(QRectF, requested);
     QFETCH(double, width);
-    KeyboardPanel& panel = makePanel();
+    QFETCH(bool, byWindowManager);
+    KeyboardPanel& panel = m_f->makePanel(true);
+    const int jobs = m_f->clock.pendingJobCount();
+    const bool resized = width != panel.frame().width();
 
-    panel.setFrame(requested);
+    if (byWindowManager)
+        panel.setGeometry(requested.toRect());
+    else
+        panel.setFrame(requested);
     const double height = width / panel.currentAspectRatio();
     QCOMPARE(panel.frame(), QRectF(requested.topLeft(), QSizeF(width, height)));
     QCOMPARE(panel.geometry(), QRect(qRound(requested.x()), qRound(requested.y()), qRound(width), qRound(height)));
-    QVERIFY(panel.resizeOverlay());
-    QCOMPARE(m_settings->value(SettingKeys::windowWidth()), width);
-    QCOMPARE(m_settings->value(SettingKeys::windowX()), std::optional(requested.x()));
-    QCOMPARE(m_settings->value(SettingKeys::windowY()), std::optional(requested.y() + height));
-}
-
-void TestKeyboardPanel::sameWidthMovesWithoutPlaceholder()
-{
-    KeyboardPanel& panel = makePanel();
-    const int jobs = m_clock->pendingJobCount();
-    const QSizeF size = panel.frame().size();
-
-    panel.setFrame(QRectF(50, 60, 900, 10));
-    QCOMPARE(panel.frame(), QRectF(QPointF(50, 60), size));
-    QVERIFY(!panel.resizeOverlay());
-    QCOMPARE(m_clock->pendingJobCount(), jobs);
-    QCOMPARE(m_settings->value(SettingKeys::windowX()), std::optional(50.0));
-    QCOMPARE(m_settings->value(SettingKeys::windowY()), std::optional(60.0 + size.height()));
-    QCOMPARE(m_settings->value(SettingKeys::windowWidth()), 900.0);
+    QCOMPARE(m_f->storedFrame(), panel.frame());
+    // Only a new size shows the placeholder and starts the timer that takes it away.
+    QCOMPARE(panel.resizeOverlay() != nullptr, resized);
+    QCOMPARE(m_f->clock.pendingJobCount(), jobs + int(resized));
 }
 
 void TestKeyboardPanel::rapidResizesShowOnePlaceholder()
 {
     const NamedTheme black = builtIn(u"Black"_s);
-    m_settings->setValue(SettingKeys::activeThemeConfig(), black.config);
-    KeyboardPanel& panel = makePanel();
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
+    m_f->settings.setValue(SettingKeys::activeThemeConfig(), black.config);
+    KeyboardPanel& panel = m_f->makePanel(true);
     KeyboardContentView* content = panel.contentView();
-    const QSizeF laidOut = content->scene().size();
-    QCOMPARE(laidOut, QSizeF(900, 350));
+    QCOMPARE(content->scene().size(), QSizeF(900, 350));
 
     panel.setFrame(QRectF(0, 0, 950, 1));
     const QPointer<QWidget> placeholder = panel.resizeOverlay();
     QVERIFY(placeholder);
     QVERIFY(content->isContentHidden());
-    m_clock->advance(0.1);
-    panel.setFrame(QRectF(0, 0, 1000, 1));
-    QCOMPARE(panel.resizeOverlay(), placeholder.data());
-    m_clock->advance(0.15);
-    panel.setFrame(QRectF(0, 0, 1030, 1));
-    QCOMPARE(panel.resizeOverlay(), placeholder.data());
-    const double lastChange = m_clock->now();
+    for (const double width : { 1000.0, 1030.0 }) {
+        m_f->clock.advance(0.15);
+        panel.setFrame(QRectF(0, 0, width, 1));
+        QCOMPARE(panel.resizeOverlay(), placeholder.data());
+    }
+    const double lastChange = m_f->clock.now();
 
     // The placeholder covers the panel in the chassis colour, opaque, with rounded corners.
     QCOMPARE(placeholder->geometry(), panel.rect());
     const QImage picture = panel.grab().toImage();
-    const QColor chassis
-        = HsbColor { black.config.chassisHue, black.config.chassisSaturation, black.config.chassisBrightness, 1.0 }
-              .toQColor();
-    QCOMPARE(picture.pixelColor(picture.width() / 2, picture.height() / 2).rgba(), chassis.rgba());
+    const ThemeConfig& c = black.config;
+    QCOMPARE(picture.pixelColor(picture.width() / 2, picture.height() / 2).rgba(),
+        (HsbColor { c.chassisHue, c.chassisSaturation, c.chassisBrightness, 1.0 }.toQColor().rgba()));
     QCOMPARE(picture.pixelColor(0, 0).alpha(), 0);
 
     // The keyboard is laid out only once the size has settled, 0.2 s after the last change.
-    QCOMPARE(content->scene().size(), laidOut);
-    m_clock->advanceTo(lastChange + 0.199);
+    QCOMPARE(content->scene().size(), QSizeF(900, 350));
+    m_f->clock.advanceTo(lastChange + 0.199);
     QVERIFY(panel.resizeOverlay());
-    m_clock->advanceTo(lastChange + KeyboardPanel::resizeSettleDelay);
-    QVERIFY(!panel.resizeOverlay());
+    m_f->clock.advanceTo(lastChange + KeyboardPanel::resizeSettleDelay);
     QVERIFY(!placeholder);
     QVERIFY(!content->isContentHidden());
     QCOMPARE(content->scene().size(), QSizeF(panel.size()));
-    QCOMPARE(m_clock->pendingJobCount(), 0);
+    QCOMPARE(m_f->clock.pendingJobCount(), 0);
 }
 
-void TestKeyboardPanel::windowManagerChangesGoThroughTheFrame()
+void TestKeyboardPanel::placeAtNextStart_data()
 {
-    KeyboardPanel& panel = makePanel();
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
-
-    // A move by the window manager is taken over and stored.
-    panel.move(33, 44);
-    QCOMPARE(panel.frame().topLeft(), QPointF(33, 44));
-    QCOMPARE(m_settings->value(SettingKeys::windowY()), std::optional(44 + panel.frame().height()));
-
-    // A resize by the window manager keeps its width and top-left corner; the height goes back to the ratio.
-    panel.setGeometry(33, 44, 1000, 200);
-    const double height = 1000 / panel.currentAspectRatio();
-    QCOMPARE(panel.frame(), QRectF(33, 44, 1000, height));
-    QCOMPARE(panel.geometry(), QRect(33, 44, 1000, qRound(height)));
-    QVERIFY(panel.resizeOverlay());
-    QCOMPARE(m_settings->value(SettingKeys::windowWidth()), 1000.0);
+    QTest::addColumn<QPointF>("topLeft");
+    QTest::addColumn<bool>("centred");
+    QTest::newRow("On the screen, kept to the fraction") << QPointF(120.5, 80.25) << false;
+    QTest::newRow("Right of and below the only screen") << QPointF(5000, 5000) << true;
+    QTest::newRow("Above the only screen") << QPointF(0, -800) << true;
 }
 
-void TestKeyboardPanel::placeRestoredAtNextStart()
+void TestKeyboardPanel::placeAtNextStart()
 {
-    makePanel().setFrame(QRectF(120.5, 80.25, 1000, 1));
-    m_panel.reset();
+    QFETCH(QPointF, topLeft);
+    QFETCH(bool, centred);
+    m_f->makePanel().setFrame(QRectF(topLeft, QSizeF(1000, 1)));
 
-    KeyboardPanel& panel = makePanel();
-    QCOMPARE(panel.frame(), QRectF(120.5, 80.25, 1000, 1000 / panel.currentAspectRatio()));
+    const KeyboardPanel& panel = m_f->makePanel();
+    QCOMPARE(panel.frame().size(), QSizeF(1000, 1000 / panel.currentAspectRatio()));
     QVERIFY(!panel.resizeOverlay());
+    if (centred)
+        QCOMPARE(panel.frame().center(), screenCentre());
+    else
+        QCOMPARE(panel.frame().topLeft(), topLeft);
 }
 
-void TestKeyboardPanel::placeOffEveryScreenIsCentred_data()
+void TestKeyboardPanel::hover_data()
 {
-    QTest::addColumn<double>("x");
-    QTest::addColumn<double>("bottom");
+    // Steps separated by ';', times in seconds from the start; auto-hide fades to 0.3. "auto 0|1": the setting.
+    // "in", "out": where the probe finds the pointer. "enter", "leave": the window system's events. "unhover": the
+    // hover flag alone dropped. "toggle", "override", "hide": the panel's. "at T": the clock moves on to T.
+    // Checks: "hovering 0|1", "through 0|1" (the panel and its window's flag), "alpha A" or "alpha A B" (strictly
+    // between), "jobs N", "setting 0|1", "overridden 0|1".
+    QTest::addColumn<QString>("script");
 
-    QTest::newRow("Right of and below the only screen") << 5000.0 << 5000.0;
-    QTest::newRow("Above the only screen") << 0.0 << -400.0;
+    QTest::newRow("Hovering fades the panel, then lets clicks through until the pointer is seen to leave")
+        << u"auto 1; in; enter; hovering 1; at .075; alpha .3 1; at .149; through 0; at .15; through 1; at .2;"
+           " alpha .3; leave; at .7; hovering 1; through 1; out; at .75; hovering 0; through 0; at .92; alpha 1; jobs 0"_s;
+    QTest::newRow("Leaving within the fade time keeps the panel clickable")
+        << u"auto 1; in; enter; at .1; leave; at .16; through 0; at 1; alpha 1; jobs 0"_s;
+    QTest::newRow("Clicks go through only while the hover lasts") << u"auto 1; in; enter; unhover; at .2; through 0"_s;
+    QTest::newRow("Hiding the panel ends the hover")
+        << u"auto 1; in; enter; at .3; through 1; hide; hovering 0; through 0; at .6; jobs 0"_s;
+    QTest::newRow("With auto-hide off hovering changes nothing")
+        << u"in; enter; hovering 1; jobs 0; at 1; alpha 1; through 0; leave; hovering 0; jobs 0"_s;
+    QTest::newRow("Switched on with the pointer elsewhere, the panel stays as it is")
+        << u"toggle; setting 1; at 1; alpha 1; through 0"_s;
+    QTest::newRow("Switched off while faded under the pointer, it is back at once")
+        << u"auto 1; in; enter; at .3; through 1; override; toggle; setting 0; through 0; overridden 0; at .6; alpha 1"_s;
+    QTest::newRow("Switched on while under the pointer, it fades at once")
+        << u"in; enter; toggle; at .3; through 1; alpha .3"_s;
 }
 
-void TestKeyboardPanel::placeOffEveryScreenIsCentred()
+void TestKeyboardPanel::hover()
 {
-    QFETCH(double, x);
-    QFETCH(double, bottom);
-    m_settings->setValue(SettingKeys::windowX(), std::optional(x));
-    m_settings->setValue(SettingKeys::windowY(), std::optional(bottom));
-
-    const KeyboardPanel& panel = makePanel();
-    QCOMPARE(panel.frame().center(), QRectF(QGuiApplication::primaryScreen()->availableGeometry()).center());
-}
-
-void TestKeyboardPanel::hoverFadesThenLetsClicksThrough()
-{
-    m_settings->setValue(SettingKeys::autoHideOnHover(), true);
-    m_settings->setValue(SettingKeys::autoHideOpacity(), 0.3);
-    KeyboardPanel& panel = makePanel();
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
+    QFETCH(QString, script);
+    m_f->settings.setValue(SettingKeys::autoHideOpacity(), 0.3);
+    KeyboardPanel& panel = m_f->makePanel(true);
     HoverTrackingView* tracking = panel.hoverTrackingView();
-    m_pointer = panel.geometry().center();
-
-    QEnterEvent enter(QPointF(10, 10), QPointF(10, 10), panel.mapToGlobal(QPointF(10, 10)));
-    QCoreApplication::sendEvent(tracking, &enter);
-    QVERIFY(panel.isHovering());
-    const double entered = m_clock->now();
-    m_clock->advanceTo(entered + 0.075);
-    QVERIFY(panel.alphaValue() < 1.0 && panel.alphaValue() > 0.3);
-    QVERIFY(!panel.isClickThrough());
-    m_clock->advanceTo(entered + 0.149);
-    QVERIFY(!panel.isClickThrough());
-    m_clock->advanceTo(entered + KeyboardPanel::fadeDuration);
-    QVERIFY(panel.isClickThrough());
-    QVERIFY(panel.windowHandle()->flags().testFlag(Qt::WindowTransparentForInput));
-    m_clock->advance(0.05);
-    QCOMPARE(panel.alphaValue(), 0.3);
-    // The window keeps its opacity in steps of 1/255.
-    QVERIFY(std::abs(panel.windowOpacity() - 0.3) <= 1.0 / 255);
-
-    // The window system now puts the pointer over the window below; the hover does not end for that.
-    QEvent leave(QEvent::Leave);
-    QCoreApplication::sendEvent(tracking, &leave);
-    QVERIFY(panel.isHovering());
-    QVERIFY(tracking->isProbing());
-    m_clock->advance(0.5);
-    QVERIFY(panel.isHovering());
-    QVERIFY(panel.isClickThrough());
-
-    // The real exit is seen by the pointer's position, within one probe.
-    m_pointer = panel.geometry().bottomRight() + QPoint(1, 1);
-    m_clock->advance(HoverTrackingView::probeInterval);
-    QVERIFY(!panel.isHovering());
-    QVERIFY(!panel.isClickThrough());
-    QVERIFY(!panel.windowHandle()->flags().testFlag(Qt::WindowTransparentForInput));
-    QVERIFY(panel.isVisible());
-    m_clock->advance(KeyboardPanel::fadeDuration + 0.02);
-    QCOMPARE(panel.alphaValue(), 1.0);
-    // Nothing keeps running once the panel is back.
-    QVERIFY(!tracking->isProbing());
-    QCOMPARE(m_clock->pendingJobCount(), 0);
+    const double start = m_f->clock.now();
+    for (const QString& step : script.split(u';')) {
+        const QStringList words = step.split(u' ', Qt::SkipEmptyParts);
+        const QString what = words.value(0);
+        const double a = words.value(1).toDouble();
+        const double b = words.value(2).toDouble();
+        auto failure = qScopeGuard([&step] { qWarning("at step \"%s\"", qPrintable(step.trimmed())); });
+        if (what == u"auto") {
+            m_f->settings.setValue(SettingKeys::autoHideOnHover(), a != 0);
+        } else if (what == u"in" || what == u"out") {
+            m_f->pointer = what == u"in" ? panel.geometry().center() : panel.geometry().bottomRight() + QPoint(1, 1);
+        } else if (what == u"enter") {
+            QEnterEvent enter(QPointF(10, 10), QPointF(10, 10), panel.mapToGlobal(QPointF(10, 10)));
+            QCoreApplication::sendEvent(tracking, &enter);
+        } else if (what == u"leave") {
+            QEvent leave(QEvent::Leave);
+            QCoreApplication::sendEvent(tracking, &leave);
+        } else if (what == u"unhover") {
+            panel.setHovering(false);
+        } else if (what == u"toggle") {
+            panel.toggleAutoHide();
+        } else if (what == u"override") {
+            panel.setAutoHideOverride(true);
+        } else if (what == u"hide") {
+            panel.hide();
+        } else if (what == u"at") {
+            m_f->clock.advanceTo(start + a);
+        } else if (what == u"hovering") {
+            QCOMPARE(panel.isHovering(), a != 0);
+        } else if (what == u"through") {
+            QCOMPARE(panel.isClickThrough(), a != 0);
+            QCOMPARE(panel.windowHandle()->flags().testFlag(Qt::WindowTransparentForInput), a != 0);
+        } else if (what == u"alpha" && words.size() == 3) {
+            QVERIFY2(panel.alphaValue() > a && panel.alphaValue() < b, qPrintable(QString::number(panel.alphaValue())));
+        } else if (what == u"alpha") {
+            QCOMPARE(panel.alphaValue(), a);
+            // The window keeps its opacity in steps of 1/255.
+            QVERIFY(std::abs(panel.windowOpacity() - a) <= 1.0 / 255);
+        } else if (what == u"jobs") {
+            QCOMPARE(m_f->clock.pendingJobCount(), int(a));
+        } else if (what == u"setting") {
+            QCOMPARE(m_f->settings.value(SettingKeys::autoHideOnHover()), a != 0);
+        } else if (what == u"overridden") {
+            QCOMPARE(panel.autoHideOverride(), a != 0);
+        } else {
+            QFAIL(qPrintable(u"no such step: "_s + step));
+        }
+        failure.dismiss();
+    }
 }
 
-void TestKeyboardPanel::leavingWithinFadeTimeKeepsPanelClickable()
+void TestKeyboardPanel::drag_data()
 {
-    m_settings->setValue(SettingKeys::autoHideOnHover(), true);
-    KeyboardPanel& panel = makePanel();
-    HoverTrackingView* tracking = panel.hoverTrackingView();
-
-    tracking->mouseEntered();
-    m_clock->advance(0.1);
-    tracking->mouseExited();
-    m_clock->advance(1.0);
-    QVERIFY(!panel.isClickThrough());
-    QCOMPARE(panel.alphaValue(), 1.0);
-    QCOMPARE(m_clock->pendingJobCount(), 0);
-}
-
-void TestKeyboardPanel::autoHideOffChangesNothing()
-{
-    KeyboardPanel& panel = makePanel();
-    HoverTrackingView* tracking = panel.hoverTrackingView();
-
-    tracking->mouseEntered();
-    QVERIFY(panel.isHovering());
-    QCOMPARE(m_clock->pendingJobCount(), 0);
-    m_clock->advance(1.0);
-    QCOMPARE(panel.alphaValue(), 1.0);
-    QVERIFY(!panel.isClickThrough());
-    tracking->mouseExited();
-    QVERIFY(!panel.isHovering());
-    QCOMPARE(m_clock->pendingJobCount(), 0);
-    QCOMPARE(panel.alphaValue(), 1.0);
-}
-
-void TestKeyboardPanel::toggleAutoHide()
-{
-    KeyboardPanel& panel = makePanel();
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
-    HoverTrackingView* tracking = panel.hoverTrackingView();
-
-    // Switched on with the pointer elsewhere: the panel stays as it is.
-    panel.toggleAutoHide();
-    QVERIFY(m_settings->value(SettingKeys::autoHideOnHover()));
-    m_clock->advance(1.0);
-    QCOMPARE(panel.alphaValue(), 1.0);
-    QVERIFY(!panel.isClickThrough());
-
-    // Switched off while faded under the pointer: back at once, and clickable.
-    m_pointer = panel.geometry().center();
-    tracking->mouseEntered();
-    m_clock->advance(0.3);
-    QVERIFY(panel.isClickThrough());
-    panel.setAutoHideOverride(true);
-    panel.toggleAutoHide();
-    QVERIFY(!m_settings->value(SettingKeys::autoHideOnHover()));
-    QVERIFY(!panel.isClickThrough());
-    QVERIFY(!panel.autoHideOverride());
-    m_clock->advance(0.3);
-    QCOMPARE(panel.alphaValue(), 1.0);
-
-    // Switched on again while still under the pointer: it fades straight away.
-    panel.toggleAutoHide();
-    m_clock->advance(0.3);
-    QVERIFY(panel.isClickThrough());
-    QCOMPARE(panel.alphaValue(), m_settings->value(SettingKeys::autoHideOpacity()));
-}
-
-void TestKeyboardPanel::hidingEndsHover()
-{
-    m_settings->setValue(SettingKeys::autoHideOnHover(), true);
-    KeyboardPanel& panel = makePanel();
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
-    m_pointer = panel.geometry().center();
-    panel.hoverTrackingView()->mouseEntered();
-    m_clock->advance(0.3);
-    QVERIFY(panel.isClickThrough());
-
-    panel.hide();
-    QVERIFY(!panel.isHovering());
-    QVERIFY(!panel.isClickThrough());
-    m_clock->advance(0.3);
-    QCOMPARE(m_clock->pendingJobCount(), 0);
-}
-
-void TestKeyboardPanel::resizeHandleDrag_data()
-{
+    QTest::addColumn<bool>("onHandle");
     QTest::addColumn<QList<QPointF>>("travel");
-    QTest::addColumn<double>("width");
+    QTest::addColumn<QRectF>("frame"); // the height follows from the width
 
-    QTest::newRow("Rightwards the panel grows by the horizontal travel only")
-        << QList<QPointF> { { 4, 2 }, { 60, 10 }, { 120, 30 } } << 1020.0;
-    QTest::newRow("Leftwards past the minimum it stops at 700") << QList<QPointF> { { -100, 0 }, { -500, 0 } } << 700.0;
-    QTest::newRow("Vertical travel alone changes nothing") << QList<QPointF> { { 0, 40 }, { 0, -80 } } << 900.0;
-    QTest::newRow("Travel under 10 px is no drag") << QList<QPointF> { { 9, 0 }, { 6, 7 }, { -7, -7 } } << 900.0;
+    QTest::newRow("The handle grows the panel rightwards by the horizontal travel only")
+        << true << QList<QPointF> { { 4, 2 }, { 60, 10 }, { 120, 30 } } << QRectF(40, 50, 1020, 0);
+    QTest::newRow("Leftwards past the minimum it stops at 700")
+        << true << QList<QPointF> { { -100, 0 }, { -500, 0 } } << QRectF(40, 50, 700, 0);
+    QTest::newRow("Vertical travel alone changes nothing")
+        << true << QList<QPointF> { { 0, 40 }, { 0, -80 } } << QRectF(40, 50, 900, 0);
+    QTest::newRow("Travel under 10 px is no drag")
+        << true << QList<QPointF> { { 9, 0 }, { 6, 7 }, { -7, -7 } } << QRectF(40, 50, 900, 0);
+    QTest::newRow("10 px across is, however little of it is sideways")
+        << true << QList<QPointF> { { 8, 8 } } << QRectF(40, 50, 908, 0);
     QTest::newRow("Once under way, the drag follows small steps back")
-        << QList<QPointF> { { 15, 0 }, { 5, 0 } } << 905.0;
+        << true << QList<QPointF> { { 15, 0 }, { 5, 0 } } << QRectF(40, 50, 905, 0);
+    QTest::newRow("The background moves the panel with the pointer")
+        << false << QList<QPointF> { { 5, 5 }, { 30, -20 } } << QRectF(70, 30, 900, 0);
 }
 
-void TestKeyboardPanel::resizeHandleDrag()
+void TestKeyboardPanel::drag()
 {
+    QFETCH(bool, onHandle);
     QFETCH(QList<QPointF>, travel);
-    QFETCH(double, width);
-    KeyboardPanel& panel = makePanel();
+    QFETCH(QRectF, frame);
+    KeyboardPanel& panel = m_f->makePanel(true);
     panel.setFrameOrigin(QPointF(40, 50));
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
-    ResizeHandle* handle = panel.contentView()->resizeHandle();
-    const QPointF start = handle->mapToGlobal(QPointF(handle->rect().center()));
+    const QRectF before = panel.frame();
+    QWidget* widget = onHandle ? static_cast<QWidget*>(panel.contentView()->resizeHandle()) : panel.contentView();
+    const QPointF start = widget->mapToGlobal(QPointF(widget->rect().center()));
+    frame.setHeight(frame.width() / panel.currentAspectRatio());
 
-    send(handle, QEvent::MouseButtonPress, start, Qt::LeftButton, Qt::LeftButton);
+    send(widget, QEvent::MouseButtonPress, start, Qt::LeftButton, Qt::LeftButton);
     for (const QPointF& step : std::as_const(travel))
-        send(handle, QEvent::MouseMove, start + step, Qt::NoButton, Qt::LeftButton);
-    QCOMPARE(panel.frame(), QRectF(40, 50, width, width / panel.currentAspectRatio()));
-    // The width is stored once, when the drag ends.
-    QCOMPARE(m_settings->value(SettingKeys::windowWidth()), 900.0);
-    send(handle, QEvent::MouseButtonRelease, start + travel.constLast(), Qt::LeftButton, Qt::NoButton);
-    QCOMPARE(m_settings->value(SettingKeys::windowWidth()), width);
-    QCOMPARE(m_settings->value(SettingKeys::windowY()), std::optional(50 + panel.frame().height()));
-    QVERIFY(!handle->isDragging());
-    QCOMPARE(panel.resizeOverlay() != nullptr, width != 900.0);
+        send(widget, QEvent::MouseMove, start + step, Qt::NoButton, Qt::LeftButton);
+    QCOMPARE(panel.frame(), frame);
+    // The place and width are stored once, when the drag ends.
+    QCOMPARE(m_f->storedFrame(), before);
+    send(widget, QEvent::MouseButtonRelease, start + travel.constLast(), Qt::LeftButton, Qt::NoButton);
+    QCOMPARE(m_f->storedFrame(), frame);
+    QCOMPARE(panel.resizeOverlay() != nullptr, frame.width() != before.width());
 
-    // A move without the button held after the release does nothing.
-    send(handle, QEvent::MouseMove, start + QPointF(300, 0), Qt::NoButton, Qt::NoButton);
-    QCOMPARE(panel.frame().width(), width);
+    // Moves without the left button held do nothing: after the release, and with the right one (for the menu).
+    send(widget, QEvent::MouseMove, start + QPointF(300, 0), Qt::NoButton, Qt::NoButton);
+    send(widget, QEvent::MouseButtonPress, start, Qt::RightButton, Qt::RightButton);
+    send(widget, QEvent::MouseMove, start + QPointF(50, 50), Qt::NoButton, Qt::RightButton);
+    send(widget, QEvent::MouseButtonRelease, start + QPointF(50, 50), Qt::RightButton, Qt::NoButton);
+    QCOMPARE(panel.frame(), frame);
 }
 
 void TestKeyboardPanel::resizeHandleHoverLook()
 {
-    KeyboardPanel& panel = makePanel();
-    ResizeHandle* handle = panel.contentView()->resizeHandle();
+    ResizeHandle* handle = m_f->makePanel().contentView()->resizeHandle();
     QCOMPARE(handle->cursor().shape(), Qt::SizeFDiagCursor);
-    QCOMPARE(handle->hoverProgress(), 0.0);
-
     QEnterEvent enter(QPointF(1, 1), QPointF(1, 1), QPointF(1, 1));
     QCoreApplication::sendEvent(handle, &enter);
-    QVERIFY(handle->isHovering());
-    m_clock->advance(0.06);
-    // Ease-out: well past a third of the way after a third of the time.
-    QVERIFY(handle->hoverProgress() > 0.45 && handle->hoverProgress() < 1.0);
-    m_clock->advance(0.1);
+    m_f->clock.advance(ResizeHandle::hoverDuration);
     QCOMPARE(handle->hoverProgress(), 1.0);
     QEvent leave(QEvent::Leave);
     QCoreApplication::sendEvent(handle, &leave);
-    m_clock->advance(0.15);
+    m_f->clock.advance(ResizeHandle::hoverDuration);
     QCOMPARE(handle->hoverProgress(), 0.0);
-    QCOMPARE(m_clock->pendingJobCount(), 0);
+    QCOMPARE(m_f->clock.pendingJobCount(), 0);
 }
 
-void TestKeyboardPanel::backgroundDragMovesPanel()
+void TestKeyboardPanel::contextMenu()
 {
-    KeyboardPanel& panel = makePanel();
-    panel.setFrameOrigin(QPointF(40, 50));
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
-    KeyboardContentView* content = panel.contentView();
-    const QPointF start = content->mapToGlobal(QPointF(200, 100));
-
-    send(content, QEvent::MouseButtonPress, start, Qt::LeftButton, Qt::LeftButton);
-    send(content, QEvent::MouseMove, start + QPointF(5, 5), Qt::NoButton, Qt::LeftButton);
-    send(content, QEvent::MouseMove, start + QPointF(30, -20), Qt::NoButton, Qt::LeftButton);
-    QCOMPARE(panel.frame().topLeft(), QPointF(70, 30));
-    QCOMPARE(m_settings->value(SettingKeys::windowX()), std::optional(40.0));
-    send(content, QEvent::MouseButtonRelease, start + QPointF(30, -20), Qt::LeftButton, Qt::NoButton);
-    QCOMPARE(panel.frame().topLeft(), QPointF(70, 30));
-    QCOMPARE(panel.frame().width(), 900.0);
-    QVERIFY(!panel.resizeOverlay());
-    QCOMPARE(m_settings->value(SettingKeys::windowX()), std::optional(70.0));
-    QCOMPARE(m_settings->value(SettingKeys::windowY()), std::optional(30 + panel.frame().height()));
-
-    // The right button is for the menu; it moves nothing.
-    send(content, QEvent::MouseButtonPress, start, Qt::RightButton, Qt::RightButton);
-    send(content, QEvent::MouseMove, start + QPointF(50, 50), Qt::NoButton, Qt::RightButton);
-    send(content, QEvent::MouseButtonRelease, start + QPointF(50, 50), Qt::RightButton, Qt::NoButton);
-    QCOMPARE(panel.frame().topLeft(), QPointF(70, 30));
-}
-
-void TestKeyboardPanel::contextMenuForSavedTheme()
-{
-    const NamedTheme black = builtIn(u"Black"_s);
-    m_settings->setValue(SettingKeys::activeThemeConfig(), black.config);
-    m_settings->setValue(SettingKeys::activeThemeName(), black.name);
-    KeyboardPanel& panel = makePanel();
-
-    QMenu menu;
-    panel.contentView()->populateContextMenu(menu);
-    const QList<QAction*> items = menu.actions();
-    QCOMPARE(items.size(), 5);
-    QCOMPARE(items[0]->text(), u"Hide Keyboard"_s);
-    QVERIFY(items[1]->isSeparator());
-    QCOMPARE(items[2]->text(), u"Theme: Black"_s);
-    QVERIFY(items[3]->isSeparator());
-    QCOMPARE(items[4]->text(), u"Settings…"_s);
-
-    const QList<QAction*> themes = items[2]->menu()->actions();
-    QCOMPARE(themes.size(), builtInThemes().size());
-    QStringList checked;
-    for (qsizetype i = 0; i < themes.size(); ++i) {
-        QCOMPARE(themes[i]->text(), builtInThemes()[i].name);
-        QVERIFY(themes[i]->isCheckable());
-        if (themes[i]->isChecked())
-            checked << themes[i]->text();
-    }
-    QCOMPARE(checked, QStringList { u"Black"_s });
-}
-
-void TestKeyboardPanel::contextMenuForUnsavedTheme()
-{
-    NamedTheme edited = builtIn(u"Black"_s);
-    edited.config.keycapBrightness += 0.01;
-    m_settings->setValue(SettingKeys::activeThemeConfig(), edited.config);
-    m_settings->setValue(SettingKeys::activeThemeName(), edited.name);
-    m_actions.visible = false;
-    KeyboardPanel& panel = makePanel();
-
-    QMenu menu;
-    panel.contentView()->populateContextMenu(menu);
-    QCOMPARE(menu.actions().constFirst()->text(), u"Show Keyboard"_s);
-    const QList<QAction*> themes = menu.actions()[2]->menu()->actions();
-    QCOMPARE(themes.size(), builtInThemes().size() + 2);
-    // The name still marks its theme; the configuration no longer matches it.
-    QVERIFY(themes[builtInThemes().indexOf(builtIn(u"Black"_s))]->isChecked());
-    QVERIFY(themes[themes.size() - 2]->isSeparator());
-    QAction* current = themes.constLast();
-    QCOMPARE(current->text(), u"Current (unsaved)"_s);
-    QVERIFY(current->isCheckable() && current->isChecked());
-    QVERIFY(!current->isEnabled());
-}
-
-void TestKeyboardPanel::contextMenuActions()
-{
-    KeyboardPanel& panel = makePanel();
-    const NamedTheme chiclet = builtIn(u"Chiclet"_s);
-    {
-        QMenu menu;
+    KeyboardPanel& panel = m_f->makePanel();
+    // The menu and its theme menu; an entry as "[x] text" when checked, "[ ] text" when it can be, "-" a separator,
+    // "(off)" after it when disabled.
+    const auto open = [&panel](QMenu& menu) {
+        menu.clear();
         panel.contentView()->populateContextMenu(menu);
-        menu.actions()[0]->trigger();
-        menu.actions()[4]->trigger();
-        const QList<QAction*> themes = menu.actions()[2]->menu()->actions();
-        themes[builtInThemes().indexOf(chiclet)]->trigger();
-    }
-    QCOMPARE(m_actions.calls, (QStringList { u"hide"_s, u"settings"_s }));
-    QCOMPARE(m_settings->value(SettingKeys::activeThemeConfig()), chiclet.config);
-    QCOMPARE(m_settings->value(SettingKeys::activeThemeName()), chiclet.name);
+        QList<QStringList> texts;
+        for (const QMenu* level : { &menu, menu.actions().value(2)->menu() }) {
+            texts << QStringList();
+            for (const QAction* item : level->actions()) {
+                const QString mark = item->isCheckable() ? (item->isChecked() ? u"[x] "_s : u"[ ] "_s) : QString();
+                texts.last() << (item->isSeparator() ? u"-"_s : mark + item->text())
+                        + (item->isEnabled() ? QString() : u" (off)"_s);
+            }
+        }
+        return texts;
+    };
+    const auto themes = [](const QString& checked) {
+        QStringList texts;
+        for (const NamedTheme& theme : builtInThemes())
+            texts << (theme.name == checked ? u"[x] "_s : u"[ ] "_s) + theme.name;
+        return texts;
+    };
 
-    // The menu is built from the settings as they are when it opens.
-    m_actions.visible = false;
     QMenu menu;
-    panel.contentView()->populateContextMenu(menu);
-    QCOMPARE(menu.actions()[2]->text(), u"Theme: Chiclet"_s);
+    QCOMPARE(open(menu),
+        (QList<QStringList> {
+            { u"Hide Keyboard"_s, u"-"_s, u"Theme: Spacegray"_s, u"-"_s, u"Settings…"_s }, themes(u"Spacegray"_s) }));
+    const NamedTheme black = builtIn(u"Black"_s);
     menu.actions()[0]->trigger();
-    QCOMPARE(m_actions.calls.constLast(), u"show"_s);
+    menu.actions()[4]->trigger();
+    menu.actions()[2]->menu()->actions()[builtInThemes().indexOf(black)]->trigger();
+    QCOMPARE(m_f->actions.calls, (QStringList { u"hide"_s, u"settings"_s }));
+    QCOMPARE(m_f->settings.value(SettingKeys::activeThemeConfig()), black.config);
+    QCOMPARE(m_f->settings.value(SettingKeys::activeThemeName()), black.name);
+
+    // Built afresh from the settings each time. Edited, the theme keeps its mark by name, and a last, disabled entry
+    // tells that the look is not saved.
+    ThemeConfig edited = black.config;
+    edited.keycapBrightness += 0.01;
+    m_f->settings.setValue(SettingKeys::activeThemeConfig(), edited);
+    m_f->actions.visible = false;
+    QCOMPARE(open(menu),
+        (QList<QStringList> { { u"Show Keyboard"_s, u"-"_s, u"Theme: Black"_s, u"-"_s, u"Settings…"_s },
+            themes(u"Black"_s) << u"-"_s << u"[x] Current (unsaved) (off)"_s }));
+    menu.actions()[0]->trigger();
+    QCOMPARE(m_f->actions.calls.constLast(), u"show"_s);
 }
 
 void TestKeyboardPanel::blurRegionFollowsTheChassis()
 {
-    const QPainterPath chassis = keyShapePath(QRectF(0, 0, 100, 50), CornerRadii::uniform(10));
     QRegion region;
-    for (const QRect& rect : X11WindowHints::blurRegion(chassis, 2.0))
+    for (const QRect& rect :
+        X11WindowHints::blurRegion(keyShapePath(QRectF(0, 0, 100, 50), CornerRadii::uniform(10)), 2))
         region += rect;
     // In device pixels, without the rounded corners.
     QCOMPARE(region.boundingRect(), QRect(0, 0, 200, 100));
-    QVERIFY(region.contains(QPoint(100, 1)));
-    QVERIFY(region.contains(QPoint(1, 50)));
-    QVERIFY(!region.contains(QPoint(2, 2)));
-    QVERIFY(!region.contains(QPoint(197, 97)));
+    for (const QPoint inside : { QPoint(100, 1), QPoint(1, 50) })
+        QVERIFY(region.contains(inside));
+    for (const QPoint corner : { QPoint(2, 2), QPoint(197, 97) })
+        QVERIFY(!region.contains(corner));
     QVERIFY(X11WindowHints::blurRegion(QPainterPath(), 1.0).isEmpty());
 }
 
