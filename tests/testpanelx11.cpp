@@ -7,6 +7,7 @@
 #include "keyboard/keyboardscene.h"
 #include "theme/hsbcolor.h"
 #include "theme/themestyle.h"
+#include "x11testsupport.h"
 
 #include <QAbstractNativeEventFilter>
 #include <QDir>
@@ -32,78 +33,17 @@
 #include <xcb/xcb.h>
 
 using namespace Qt::StringLiterals;
+using namespace X11Test;
 
 namespace {
 
-/** Milliseconds any one thing may take to show up on a busy two-core machine. */
-constexpr int deadline = 20000;
 constexpr int screenWidth = 1280;
 constexpr int screenHeight = 800;
 /** Key codes of A and S in the keyboard's table. */
 constexpr KeyCode keyA = 0;
 constexpr KeyCode keyS = 1;
 
-template <typename T> struct FreeDeleter
-{
-    void operator()(T* p) const { std::free(p); }
-};
-template <typename T> using Reply = std::unique_ptr<T, FreeDeleter<T>>;
-
-/** Ends a helper program: asks it to, and waits until it has. */
-struct Ending
-{
-    void operator()(QProcess* process) const
-    {
-        process->terminate();
-        process->waitForFinished(deadline);
-        delete process;
-    }
-};
-using Helper = std::unique_ptr<QProcess, Ending>;
-
-/**
- * Starts a helper program that ends with the test, also when a timeout kills the test; null when it did not start.
- * Its output is kept for reading, its errors are passed on.
- */
-Helper launch(const QString& program, const QStringList& args, const QProcessEnvironment& env)
-{
-    Helper process(new QProcess);
-    process->setProcessEnvironment(env);
-    process->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
-    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process->start(program, args);
-    return process->waitForStarted(deadline) ? std::move(process) : nullptr;
-}
-
 // A look at everyone's windows, through the test's own connection to the display.
-
-xcb_connection_t* connection()
-{
-    return qGuiApp->nativeInterface<QNativeInterface::QX11Application>()->connection();
-}
-
-xcb_window_t root()
-{
-    return xcb_setup_roots_iterator(xcb_get_setup(connection())).data->root;
-}
-
-xcb_atom_t atom(const char* name)
-{
-    const Reply<xcb_intern_atom_reply_t> reply(
-        xcb_intern_atom_reply(connection(), xcb_intern_atom(connection(), 0, quint16(qstrlen(name)), name), nullptr));
-    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
-}
-
-/** The bytes of a property, empty when it is missing. */
-QByteArray propertyBytes(xcb_window_t window, const char* name)
-{
-    const Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection(),
-        xcb_get_property(connection(), 0, window, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0, 4096), nullptr));
-    if (!reply)
-        return {};
-    return { static_cast<const char*>(xcb_get_property_value(reply.get())),
-        xcb_get_property_value_length(reply.get()) };
-}
 
 /** The 32-bit items of a property. */
 QList<quint32> items(xcb_window_t window, const char* name)
@@ -122,23 +62,6 @@ xcb_window_t findClient(const QByteArray& name)
             return window;
     }
     return 0;
-}
-
-/** Where `window` lies on the screen. */
-QRect geometry(xcb_window_t window)
-{
-    xcb_connection_t* c = connection();
-    const Reply<xcb_get_geometry_reply_t> size(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
-    const Reply<xcb_translate_coordinates_reply_t> place(
-        xcb_translate_coordinates_reply(c, xcb_translate_coordinates(c, window, root(), 0, 0), nullptr));
-    return size && place ? QRect(place->dst_x, place->dst_y, size->width, size->height) : QRect();
-}
-
-bool isViewable(xcb_window_t window)
-{
-    const Reply<xcb_get_window_attributes_reply_t> attributes(
-        xcb_get_window_attributes_reply(connection(), xcb_get_window_attributes(connection(), window), nullptr));
-    return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
 }
 
 xcb_window_t focus()
@@ -191,49 +114,11 @@ protected:
     void mousePressEvent(QMouseEvent*) override { ++presses; }
 };
 
-bool xdotool(const QStringList& args)
-{
-    return QProcess::execute(u"xdotool"_s, args) == 0;
-}
-
 /** Moves the pointer to `point` and waits until it is there, then runs `then` (further xdotool commands). */
 bool movePointer(const QPoint& point, const QStringList& then = {})
 {
     return xdotool(
         QStringList { u"mousemove"_s, u"--sync"_s, QString::number(point.x()), QString::number(point.y()) } + then);
-}
-
-/** Whether two colours agree to within rounding. */
-bool near(const QColor& a, const QColor& b)
-{
-    return std::abs(a.red() - b.red()) <= 2 && std::abs(a.green() - b.green()) <= 2
-        && std::abs(a.blue() - b.blue()) <= 2;
-}
-
-QImage grabScreen(const QRect& area)
-{
-    return QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(), area.width(), area.height()).toImage();
-}
-
-QColor screenColour(const QPoint& point)
-{
-    const QImage pixel = grabScreen(QRect(point, QSize(1, 1)));
-    return pixel.isNull() ? QColor() : pixel.pixelColor(0, 0);
-}
-
-/** Waits until the screen at `point` shows `colour`; says what it shows instead when it never does. */
-bool waitForColour(const QPoint& point, const QColor& colour)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < deadline) {
-        if (near(screenColour(point), colour))
-            return true;
-        QTest::qWait(5);
-    }
-    qWarning("%s shows %s, not %s", qPrintable(QDebug::toString(point)), qPrintable(screenColour(point).name()),
-        qPrintable(colour.name()));
-    return false;
 }
 
 } // namespace
