@@ -320,21 +320,21 @@ void KeyCapView::paintLive(QPainter& painter, const KeyPlacement& placement, con
 
     if (hasInnerShadow(style)) {
         const ShadowConfig& innerConfig = style.innerShadowConfig;
-        InnerShadowSpec spec;
-        spec.blurRadius = innerConfig.radius;
-        spec.offset = QPointF(innerConfig.x, innerConfig.y);
-        spec.colour = shadowColour(innerConfig);
-        spec.strokeWidth = placement.isArrow ? 5 : 8;
-        spec.scaleX = placement.isArrow ? 1.5 : 1.6;
-        spec.scaleY = placement.isArrow ? 4.0 : 1.6;
+        InnerShadowSpec shadow;
+        shadow.blurRadius = innerConfig.radius;
+        shadow.offset = QPointF(innerConfig.x, innerConfig.y);
+        shadow.colour = shadowColour(innerConfig);
+        shadow.strokeWidth = placement.isArrow ? 5 : 8;
+        shadow.scaleX = placement.isArrow ? 1.5 : 1.6;
+        shadow.scaleY = placement.isArrow ? 4.0 : 1.6;
         // The stroke is scaled out of the key; only on tiny keys does its inner edge reach back in.
         const double halfWidth = rect.width() / 2, halfHeight = rect.height() / 2;
-        const bool strokeReaches = spec.scaleX * (halfWidth - spec.strokeWidth / 2) < halfWidth
-            || spec.scaleY * (halfHeight - spec.strokeWidth / 2) < halfHeight;
+        const bool strokeReaches = shadow.scaleX * (halfWidth - shadow.strokeWidth / 2) < halfWidth
+            || shadow.scaleY * (halfHeight - shadow.strokeWidth / 2) < halfHeight;
         if (strokeReaches)
-            spec.strokeColour = face;
-        if (spec.colour.alpha() > 0 || strokeReaches) {
-            const ShadowCache::Piece piece = m_shadows.innerShadow(rect.size(), radii, spec, dpr);
+            shadow.strokeColour = face;
+        if (shadow.colour.alpha() > 0 || strokeReaches) {
+            const ShadowCache::Piece piece = m_shadows.innerShadow(rect.size(), radii, shadow, dpr);
             if (!piece.image.isNull())
                 imageAt(rect.topLeft() + piece.offset, piece.image);
         }
