@@ -274,19 +274,10 @@ int main(int argc, char** argv)
 {
     // Before anything connects to a display: the test brings its own and never touches the user's. Xvfb picks the
     // first free display and tells its number.
-    const Helper server = QStandardPaths::findExecutable(u"Xvfb"_s).isEmpty()
-        ? nullptr
-        : launch(u"Xvfb"_s, { u"-displayfd"_s, u"1"_s, u"-nolisten"_s, u"tcp"_s, u"-screen"_s, u"0"_s, u"1280x800x24"_s },
-            QProcessEnvironment::systemEnvironment());
-    QByteArray display;
-    while (server && !display.endsWith('\n') && server->waitForReadyRead(deadline))
-        display += server->readAllStandardOutput();
-    display = display.trimmed();
+    const Helper server = startXServer(1280, 800);
     // Ordalis's single-instance socket lives here, away from any Ordalis the user runs (QTemporaryDir is mode 700).
     QTemporaryDir runtimeDir;
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtimeDir.path()));
-    qputenv("DISPLAY", display.isEmpty() ? QByteArray() : ':' + display);
-    qputenv("QT_QPA_PLATFORM", display.isEmpty() ? "offscreen" : "xcb");
     QGuiApplication app(argc, argv);
     TestE2eTray test;
     return QTest::qExec(&test, argc, argv);

@@ -380,19 +380,9 @@ int main(int argc, char** argv)
 {
     // Before anything connects to a display: the test brings its own and never touches the user's. Xvfb picks the
     // first free display and tells its number.
-    const QString screen = u"%1x%2x24"_s.arg(screenWidth).arg(screenHeight);
-    const Helper server = QStandardPaths::findExecutable(u"Xvfb"_s).isEmpty()
-        ? nullptr
-        : launch(u"Xvfb"_s, { u"-displayfd"_s, u"1"_s, u"-nolisten"_s, u"tcp"_s, u"-screen"_s, u"0"_s, screen },
-            QProcessEnvironment::systemEnvironment());
-    QByteArray display;
-    while (server && !display.endsWith('\n') && server->waitForReadyRead(deadline))
-        display += server->readAllStandardOutput();
-    display = display.trimmed();
+    const Helper server = startXServer(screenWidth, screenHeight);
     QTemporaryDir runtimeDir;
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtimeDir.path()));
-    qputenv("DISPLAY", display.isEmpty() ? QByteArray() : ':' + display);
-    qputenv("QT_QPA_PLATFORM", display.isEmpty() ? "offscreen" : "xcb");
     QGuiApplication app(argc, argv);
     TestPanelX11 test;
     return QTest::qExec(&test, argc, argv);

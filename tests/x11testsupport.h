@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QRect>
 #include <QScreen>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <csignal>
@@ -143,6 +144,27 @@ inline bool waitForColour(const QPoint& point, const QColor& colour)
     qWarning("%s shows %s, not %s", qPrintable(QDebug::toString(point)), qPrintable(screenColour(point).name()),
         qPrintable(colour.name()));
     return false;
+}
+
+/**
+ * Starts a private Xvfb on the first free display and points DISPLAY and the Qt platform at it (offscreen when it
+ * could not start, so the tests skip). Call it before the QGuiApplication exists; keep the result for the whole run.
+ */
+inline Helper startXServer(int width, int height)
+{
+    Helper server = QStandardPaths::findExecutable(u"Xvfb"_s).isEmpty()
+        ? nullptr
+        : launch(u"Xvfb"_s,
+            { u"-displayfd"_s, u"1"_s, u"-nolisten"_s, u"tcp"_s, u"-screen"_s, u"0"_s,
+                u"%1x%2x24"_s.arg(width).arg(height) },
+            QProcessEnvironment::systemEnvironment());
+    QByteArray display;
+    while (server && !display.endsWith('\n') && server->waitForReadyRead(deadline))
+        display += server->readAllStandardOutput();
+    display = display.trimmed();
+    qputenv("DISPLAY", display.isEmpty() ? QByteArray() : ':' + display);
+    qputenv("QT_QPA_PLATFORM", display.isEmpty() ? "offscreen" : "xcb");
+    return server;
 }
 
 } // namespace X11Test
