@@ -8,6 +8,7 @@ packages=(
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev
     libgtest-dev libbenchmark-dev
     libevdev-dev libxcb1-dev libxcb-xkb-dev libxcb-xinput-dev libx11-dev
+    libpipewire-0.3-dev pipewire-bin
     xvfb xdotool x11-utils openbox wmctrl trayer
     curl ca-certificates
 )

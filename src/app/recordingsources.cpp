@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/recordingsources.h"
 
+#include "app/pipewirerecordingsource.h"
+
 #include <QFile>
 
 #include <algorithm>
@@ -206,5 +208,6 @@ std::unique_ptr<RecordingSource> makeSystemRecordingSource()
 {
     auto combined = std::make_unique<CombinedRecordingSource>();
     combined->add(std::make_unique<RecorderProcessSource>());
+    combined->add(std::make_unique<PipeWireRecordingSource>());
     return combined;
 }

@@ -63,11 +63,7 @@ private:
 };
 
 /**
- * The sources the running program asks: for now the recorder processes alone.
- *
- * Screen casts through the desktop portal (GNOME's and KDE's built-in recorders, browsers sharing a screen) show
- * up as PipeWire video streams. They are caught here when the recorder behind them is one of the known processes;
- * a PipeWire source that watches the registry for screen-cast nodes with a link to a consumer belongs next to the
- * process source in this function.
+ * The sources the running program asks: the recorder processes, then PipeWire's screen casts (the desktop portal's
+ * and the built-in recorders of GNOME and KDE, which run in no process of their own).
  */
 std::unique_ptr<RecordingSource> makeSystemRecordingSource();
