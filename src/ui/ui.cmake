@@ -3,6 +3,7 @@
 add_library(ordalis_ui STATIC
     ${CMAKE_CURRENT_SOURCE_DIR}/ui/menubaractions.h
     ${CMAKE_CURRENT_SOURCE_DIR}/ui/menubarview.h ${CMAKE_CURRENT_SOURCE_DIR}/ui/menubarview.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/ui/qtthemefileaccess.h ${CMAKE_CURRENT_SOURCE_DIR}/ui/qtthemefileaccess.cpp
 )
 target_include_directories(ordalis_ui PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(ordalis_ui
