@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "app/updatermanager.h"
+#include "input/modifierflags.h"
+
+#include <QPointer>
+#include <QScrollArea>
+
+#include <functional>
+
+class HotkeyManager;
+class KeyboardMonitor;
+class QComboBox;
+class QPushButton;
+class QToolButton;
+class SegmentedControl;
+class SettingsSection;
+class SettingsStore;
+class SliderRow;
+class SwitchRow;
+class ToneLabel;
+class UpdaterSettingsSection;
+
+/**
+ * The General tab of the settings window: the "Behaviour" section (gesture hotkey and its trigger, launch at
+ * login, screen-recording reactions, hover behaviour, glow decay, updates) and the "HyperKey" section (recording
+ * the combination Caps Lock is remapped to, and how it shows).
+ *
+ * Every control writes its setting at once and follows it when it changes elsewhere, without writing back. Each
+ * control's object name is the name of the setting it edits. Scrolls when the window is shorter than the tab.
+ */
+class GeneralSettingsTab final : public QScrollArea
+{
+    Q_OBJECT
+
+public:
+    /**
+     * `settings` must outlive the tab. `monitor` records the HyperKey combination (none disables recording).
+     * `restartGestures` runs once after every change of the hotkey switch or the trigger picker made here; see
+     * restarting(). `updater` serves the Updates section.
+     */
+    GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor* monitor, std::function<void()> restartGestures,
+        UpdaterManager* updater = UpdaterManager::shared(), QWidget* parent = nullptr);
+    /** Ends a HyperKey recording still running. */
+    ~GeneralSettingsTab() override;
+
+    /** A gesture restart for the constructor: stop() and then start() on `hotkeys`, for as long as it exists. */
+    static std::function<void()> restarting(HotkeyManager* hotkeys);
+
+    /** The explanation under the auto-hide switch, naming the trigger key `triggerName`. */
+    static QString autoHideExplanation(const QString& triggerName);
+
+    /** A HyperKey recording started here is waiting for Caps Lock. */
+    bool isRecordingHyperKey() const { return m_recording; }
+
+    SettingsSection* behaviourSection() const { return m_behaviour; }
+    SettingsSection* hyperKeySection() const { return m_hyperKey; }
+
+protected:
+    void hideEvent(QHideEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    void buildBehaviour();
+    void buildHyperKey();
+    void chooseTrigger(int index);
+    void showTrigger();
+    void showHyperKey();
+    void toggleRecording();
+    void startRecording();
+    void stopRecording();
+    void showRecording();
+    void restyle();
+
+    SettingsStore& m_settings;
+    QPointer<KeyboardMonitor> m_monitor;
+    std::function<void()> m_restartGestures;
+    UpdaterManager* m_updater;
+    bool m_recording = false;
+
+    SettingsSection* m_behaviour = nullptr;
+    SettingsSection* m_hyperKey = nullptr;
+    QComboBox* m_trigger = nullptr;
+    ToneLabel* m_autoHideExplanation = nullptr;
+    QPushButton* m_record = nullptr;
+    ToneLabel* m_combination = nullptr;
+    QToolButton* m_clear = nullptr;
+    SegmentedControl* m_showAs = nullptr;
+};
