@@ -17,6 +17,7 @@
 #include <QFile>
 #include <QMessageBox>
 #include <QSignalSpy>
+#include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -363,12 +364,25 @@ void TestCoordinator::settingsWindowIsAnOrdinaryWindow()
     QCOMPARE(window->windowType(), Qt::Window);
     QCOMPARE(app.keyboardPanel()->windowType(), Qt::Tool);
 
+    // Two tabs, opening on "Styling"; every opening starts afresh.
+    auto* tabs = window->findChild<QTabWidget*>();
+    QVERIFY(tabs);
+    QCOMPARE(tabs->count(), 2);
+    QCOMPARE(tabs->tabText(0), u"Styling"_s);
+    QCOMPARE(tabs->tabText(1), u"General"_s);
+    QCOMPARE(tabs->currentIndex(), 0);
+    tabs->setCurrentIndex(1);
+
     window->close();
     m_clock->advance(1.0);
     QVERIFY(!window->isVisible());
+    QVERIFY(!window->findChild<QTabWidget*>());
     app.openSettings();
     QCOMPARE(app.settingsWindow(), window);
     QVERIFY(window->isVisible());
+    tabs = window->findChild<QTabWidget*>();
+    QVERIFY(tabs);
+    QCOMPARE(tabs->currentIndex(), 0);
 }
 
 void TestCoordinator::updateResultsShownWhenWorthIt()

@@ -6,13 +6,13 @@
 #include "app/recordingsources.h"
 #include "app/settingkeys.h"
 #include "app/settingsstore.h"
-#include "app/settingswindowplaceholder.h"
 #include "app/updatermanager.h"
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
 #include "input/keyboardmonitor.h"
 #include "panel/keyboardpanel.h"
 #include "ui/menubarview.h"
+#include "ui/settingswindow.h"
 
 #include <QCoreApplication>
 #include <QMessageBox>
@@ -20,6 +20,7 @@
 #include <QUrl>
 
 #include <cstdio>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -220,20 +221,24 @@ void AppDelegate::showKeyboard()
     m_panel->show();
     m_panel->raise();
     m_panel->setShownAt(m_clock.now());
-    m_isVisible = true;
+    const bool wasVisible = std::exchange(m_isVisible, true);
     m_userHid = false;
     m_settings.setValue(SettingKeys::keyboardVisible(), true);
     refreshMenu();
+    if (!wasVisible)
+        emit visibleChanged(true);
 }
 
 void AppDelegate::hideKeyboard()
 {
     if (m_panel)
         m_panel->hide();
-    m_isVisible = false;
+    const bool wasVisible = std::exchange(m_isVisible, false);
     m_userHid = true;
     m_settings.setValue(SettingKeys::keyboardVisible(), false);
     refreshMenu();
+    if (wasVisible)
+        emit visibleChanged(false);
 }
 
 void AppDelegate::toggleKeyboard()
@@ -261,7 +266,7 @@ void AppDelegate::refreshMenu()
 void AppDelegate::openSettings()
 {
     if (!m_settingsWindow)
-        m_settingsWindow = std::make_unique<SettingsWindowPlaceholder>();
+        m_settingsWindow = std::make_unique<SettingsWindow>(m_settings, m_monitor.get(), m_hotkeys.get());
     m_settingsWindow->bringToFront();
     // Some window managers refuse the first activation of a window that was not asked for with a click.
     QPointer<QWidget> window = m_settingsWindow.get();

@@ -22,7 +22,7 @@ class PrivacyMonitor;
 class QMessageBox;
 class QUrl;
 class SettingsStore;
-class SettingsWindowPlaceholder;
+class SettingsWindow;
 
 /**
  * The coordinator of the running program. start() brings the pieces up in order: the tray item, key capture once
@@ -117,6 +117,10 @@ public:
     /** A single tap of the trigger over the panel switches auto-hide, unless the panel appeared just now. */
     void singleTapWhileHovering();
 
+signals:
+    /** isVisible() changed: the keyboard was shown or hidden. */
+    void visibleChanged(bool visible);
+
 private:
     /** Starts monitoring once the back end may read keys; says once how to allow it, and asks again later. */
     void checkAccess();
@@ -138,7 +142,7 @@ private:
     std::unique_ptr<MenuBarView> m_menuBar;
     // After everything the panel and the window use, so that they go first.
     std::unique_ptr<KeyboardPanel> m_panel;
-    std::unique_ptr<SettingsWindowPlaceholder> m_settingsWindow;
+    std::unique_ptr<SettingsWindow> m_settingsWindow;
     QPointer<QMessageBox> m_message;
 
     bool m_trayAvailable = false;
