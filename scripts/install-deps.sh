@@ -11,6 +11,9 @@ packages=(
     libpipewire-0.3-dev pipewire-bin
     xvfb xdotool x11-utils openbox wmctrl trayer
     curl ca-certificates
+    dbus-daemon libglib2.0-bin
+    dpkg-dev desktop-file-utils appstream
+    clang libclang-rt-14-dev
 )
 
 missing=()

@@ -3,18 +3,24 @@
 
 #include "app/appdelegate.h"
 #include "app/clock.h"
+#include "app/dbusservice.h"
 #include "app/recordingsources.h"
+#include "app/remotecontrol.h"
 #include "app/settingsstore.h"
 #include "app/unixsignalwatcher.h"
 #include "input/inputbackend.h"
 #include "input/inputbackendfactory.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
 
-Application::Application(const QString& settingsPath, QObject* parent)
+#include <cstdio>
+
+Application::Application(const Options& options, QObject* parent)
     : QObject(parent)
     , m_signals(new UnixSignalWatcher(this))
-    , m_settings(std::make_unique<SettingsStore>(settingsPath.isEmpty() ? SettingsStore::defaultFilePath() : settingsPath))
+    , m_settings(std::make_unique<SettingsStore>(
+          options.settingsPath.isEmpty() ? SettingsStore::defaultFilePath() : options.settingsPath))
     , m_clock(std::make_unique<SystemClock>())
     , m_backend(createInputBackend())
 {
@@ -23,12 +29,39 @@ Application::Application(const QString& settingsPath, QObject* parent)
     environment.backend = m_backend.get();
     environment.recordingSource = makeSystemRecordingSource();
     m_delegate = std::make_unique<AppDelegate>(*m_settings, *m_clock, std::move(environment));
+    m_control = std::make_unique<RemoteControl>(*m_delegate, *m_settings);
+    connect(m_delegate.get(), &AppDelegate::visibleChanged, m_control.get(), &RemoteControl::visibleChanged);
+
+    // Before the start, so that the keyboard is laid out for that theme from its first frame.
+    if (options.themeName) {
+        if (const std::optional<QString> error = m_control->chooseTheme(*options.themeName))
+            std::fprintf(stderr, "Ordalis: %s\n", qPrintable(*error));
+    }
     m_delegate->start();
+    if (options.showKeyboard && !m_delegate->isVisible())
+        m_delegate->showKeyboard();
+    if (options.openSettings)
+        m_delegate->openSettings();
+
+    if (options.offerDBus) {
+        m_dbus = std::make_unique<DBusService>(*m_control);
+        // Without a session bus (a bare X server, a container) Ordalis simply goes without; that is no news.
+        const QDBusConnection bus = QDBusConnection::sessionBus();
+        if (bus.isConnected() && !m_dbus->registerOn(bus))
+            std::fprintf(stderr, "Ordalis: %s; D-Bus control is off.\n", qPrintable(m_dbus->errorText()));
+    }
+}
+
+Application::Application(const QString& settingsPath, QObject* parent)
+    : Application(Options { settingsPath, {}, false, false, true }, parent)
+{
 }
 
 Application::~Application()
 {
+    m_dbus.reset();
     m_delegate->shutdown();
+    m_control.reset();
     m_delegate.reset();
 }
 

@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/appdelegate.h"
 #include "app/application.h"
+#include "app/commandline.h"
+#include "app/remotecontrol.h"
+#include "app/renderer.h"
+#include "app/settingsstore.h"
 #include "app/singleinstance.h"
 
 #include <QApplication>
-#include <QCommandLineParser>
+
+#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -22,10 +27,86 @@ void preferXWayland()
         qputenv("QT_QPA_PLATFORM", "xcb");
 }
 
+void complain(const QString& text)
+{
+    std::fprintf(stderr, "ordalis: %s\n", qPrintable(text));
+}
+
+/** The exit status for what the running instance answered, with its complaint on stderr. */
+int reportAnswer(const SingleInstance::Answer& answer)
+{
+    if (answer.status == SingleInstance::Answer::Status::noReply) {
+        complain(u"the running Ordalis did not answer"_s);
+        return CommandLine::exitFailure;
+    }
+    // An instance from before replies existed closes without one; it understood "show", the only request it knew.
+    if (const std::optional<QString> error = answer.error()) {
+        complain(*error);
+        return CommandLine::exitUsage;
+    }
+    return CommandLine::exitSuccess;
+}
+
+/** `ordalis --render`: draws offscreen, so it needs no display server. */
+int render(const CommandLine::RenderOptions& options, char* program)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Qt's own options (a -platform among them) have no say here.
+    int argc = 1;
+    char* argv[] = { program, nullptr };
+    QGuiApplication app(argc, argv);
+    return KeyboardRenderer::run(options, SettingsStore::defaultFilePath());
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    const CommandLine::Parsed parsed = CommandLine::parse(arguments);
+    if (!parsed.ok()) {
+        complain(parsed.error);
+        std::fputs("Try \"ordalis --help\" for the options.\n", stderr);
+        return CommandLine::exitUsage;
+    }
+    const CommandLine::Invocation& invocation = parsed.invocation;
+    using Mode = CommandLine::Invocation::Mode;
+    switch (invocation.mode) {
+    case Mode::help:
+        std::fputs(qPrintable(CommandLine::helpText()), stdout);
+        return CommandLine::exitSuccess;
+    case Mode::version:
+        std::printf("Ordalis %s\n", ORDALIS_VERSION);
+        return CommandLine::exitSuccess;
+    case Mode::render:
+        return render(invocation.render, argv[0]);
+    case Mode::start:
+    case Mode::command:
+        break;
+    }
+
+    // A running instance is asked first, without a display: a plain start asks it to show the keyboard.
+    const bool command = invocation.mode == Mode::command;
+    const RemoteCommand::Kind kind = invocation.command.kind;
+    const QByteArray request = command ? invocation.command.toLine() : QByteArray(SingleInstance::showMessage);
+    const QString serverName = SingleInstance::defaultServerName();
+    // After "quit", wait until that instance has ended, so that a start right after finds none.
+    const SingleInstance::Answer answer
+        = SingleInstance::ask(serverName, request, command && kind == RemoteCommand::Kind::quit);
+    if (answer.reached())
+        return reportAnswer(answer);
+    if (command && (kind == RemoteCommand::Kind::hide || kind == RemoteCommand::Kind::quit))
+        return CommandLine::exitSuccess;
+    if (command && kind == RemoteCommand::Kind::theme) {
+        const QList<NamedTheme> saved = CommandLine::storedSavedThemes(SettingsStore::defaultFilePath());
+        if (!findSavedTheme(saved, invocation.command.argument)) {
+            complain(unknownThemeMessage(invocation.command.argument, saved));
+            return CommandLine::exitUsage;
+        }
+    }
+
     preferXWayland();
     QApplication app(argc, argv);
     QApplication::setApplicationName(u"Ordalis"_s);
@@ -34,19 +115,17 @@ int main(int argc, char* argv[])
     // A tray program: closing a window never ends it.
     QApplication::setQuitOnLastWindowClosed(false);
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(u"Shows the keys you press on an on-screen keyboard."_s);
-    parser.addHelpOption();
-    parser.addVersionOption();
-    parser.process(app);
+    // Asked once more: another instance may have started in the meantime.
+    SingleInstance instance(serverName);
+    if (instance.claim(request) == SingleInstance::Role::secondary)
+        return reportAnswer(instance.answer());
 
-    // A second start only brings the keyboard of the running instance up.
-    SingleInstance instance;
-    if (instance.claim() == SingleInstance::Role::secondary)
-        return 0;
-
-    Application ordalis;
-    QObject::connect(
-        &instance, &SingleInstance::showRequested, &ordalis, [&ordalis] { ordalis.delegate().showKeyboard(); });
+    Application::Options options;
+    if (command && kind == RemoteCommand::Kind::theme)
+        options.themeName = invocation.command.argument;
+    options.showKeyboard = command && (kind == RemoteCommand::Kind::show || kind == RemoteCommand::Kind::toggle);
+    options.openSettings = command && kind == RemoteCommand::Kind::settings;
+    Application ordalis(options);
+    instance.setHandler([&ordalis](const RemoteCommand& remote) { return ordalis.remoteControl().run(remote); });
     return QApplication::exec();
 }

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
+# Installs what Ordalis needs, builds the release preset and packs it into a Debian package in build/release/.
+# Prints the package's path last.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+scripts/build.sh release
+build=build/release
+log=$build/cpack.log
+if ! cpack --config "$build/CPackConfig.cmake" -B "$build" >"$log" 2>&1; then
+    cat "$log" >&2
+    echo "package: cpack failed" >&2
+    exit 1
+fi
+deb=$(sed -n 's/^CPack: - package: \(.*\.deb\) generated\.$/\1/p' "$log" | tail -n 1)
+[ -n "$deb" ] && [ -f "$deb" ] || { cat "$log" >&2; echo "package: cpack made no .deb" >&2; exit 1; }
+echo "$deb"

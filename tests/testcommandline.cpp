@@ -1,0 +1,228 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The command line, the key names it takes and the request lines it sends to a running Ordalis.
+#include "app/commandline.h"
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+#include "keyboard/keynames.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using Mode = CommandLine::Invocation::Mode;
+using Kind = RemoteCommand::Kind;
+
+class TestCommandLine final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void parses_data();
+    void parses();
+    void rejects_data();
+    void rejects();
+    void renderOptions();
+    void everyKeyHasOneName();
+    void requestLines_data();
+    void requestLines();
+    void settingsFileIsOnlyRead();
+};
+
+void TestCommandLine::parses_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("mode");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("argument");
+
+    QTest::newRow("nothing starts") << QStringList {} << int(Mode::start) << 0 << QString();
+    QTest::newRow("help wins") << QStringList { u"--show"_s, u"--help"_s } << int(Mode::help) << 0 << QString();
+    QTest::newRow("-v") << QStringList { u"-v"_s } << int(Mode::version) << 0 << QString();
+    QTest::newRow("--hide") << QStringList { u"--hide"_s } << int(Mode::command) << int(Kind::hide) << QString();
+    QTest::newRow("--toggle") << QStringList { u"--toggle"_s } << int(Mode::command) << int(Kind::toggle) << QString();
+    QTest::newRow("--settings") << QStringList { u"--settings"_s } << int(Mode::command) << int(Kind::settings)
+                                << QString();
+    QTest::newRow("--quit") << QStringList { u"--quit"_s } << int(Mode::command) << int(Kind::quit) << QString();
+    QTest::newRow("--theme with spaces") << QStringList { u"--theme"_s, u"Dark Beige"_s } << int(Mode::command)
+                                         << int(Kind::theme) << u"Dark Beige"_s;
+    QTest::newRow("--theme=") << QStringList { u"--theme=Black"_s } << int(Mode::command) << int(Kind::theme)
+                              << u"Black"_s;
+    // What QApplication used to take before the options were read is still left to it.
+    QTest::newRow("Qt options passed over")
+        << QStringList { u"-platform"_s, u"offscreen"_s, u"--show"_s, u"-style=fusion"_s, u"-reverse"_s }
+        << int(Mode::command) << int(Kind::show) << QString();
+}
+
+void TestCommandLine::parses()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, mode);
+    QFETCH(int, kind);
+    QFETCH(QString, argument);
+    const CommandLine::Parsed parsed = CommandLine::parse(QStringList { u"/usr/bin/ordalis"_s } + arguments);
+    QVERIFY2(parsed.ok(), qPrintable(parsed.error));
+    QCOMPARE(int(parsed.invocation.mode), mode);
+    if (parsed.invocation.mode == Mode::command) {
+        QCOMPARE(int(parsed.invocation.command.kind), kind);
+        QCOMPARE(parsed.invocation.command.argument, argument);
+    }
+}
+
+void TestCommandLine::rejects_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("mentions");
+
+    QTest::newRow("unknown option") << QStringList { u"--shw"_s } << u"shw"_s;
+    QTest::newRow("stray argument") << QStringList { u"Black"_s } << u"\"Black\""_s;
+    QTest::newRow("two commands") << QStringList { u"--show"_s, u"--hide"_s } << u"--show and --hide"_s;
+    QTest::newRow("command and render") << QStringList { u"--quit"_s, u"--render"_s, u"a.png"_s } << u"--render"_s;
+    QTest::newRow("theme without name") << QStringList { u"--theme"_s } << u"theme"_s;
+    QTest::newRow("empty theme name") << QStringList { u"--theme="_s } << u"name"_s;
+    QTest::newRow("theme twice") << QStringList { u"--theme=A"_s, u"--theme=B"_s } << u"once"_s;
+    QTest::newRow("render option alone") << QStringList { u"--width"_s, u"900"_s } << u"--render"_s;
+    QTest::newRow("theme and theme file")
+        << QStringList { u"--render=a.png"_s, u"--theme=Black"_s, u"--theme-file=t.json"_s } << u"together"_s;
+    QTest::newRow("width not a number") << QStringList { u"--render=a.png"_s, u"--width=wide"_s } << u"--width"_s;
+    QTest::newRow("width too small") << QStringList { u"--render=a.png"_s, u"--width=99"_s } << u"100"_s;
+    QTest::newRow("scale zero") << QStringList { u"--render=a.png"_s, u"--scale=0"_s } << u"--scale"_s;
+    QTest::newRow("scale nan") << QStringList { u"--render=a.png"_s, u"--scale=nan"_s } << u"--scale"_s;
+    QTest::newRow("too many pixels") << QStringList { u"--render=a.png"_s, u"--width=9000"_s, u"--scale=2"_s }
+                                     << u"18000"_s;
+    QTest::newRow("no such colour") << QStringList { u"--render=a.png"_s, u"--background=blurple"_s } << u"blurple"_s;
+    QTest::newRow("no such key") << QStringList { u"--render=a.png"_s, u"--keys=a,hyper"_s }
+                                 << u"no key is named \"hyper\"; key names: escape, f1"_s;
+}
+
+void TestCommandLine::rejects()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, mentions);
+    const CommandLine::Parsed parsed = CommandLine::parse(QStringList { u"ordalis"_s } + arguments);
+    QVERIFY(!parsed.ok());
+    QVERIFY2(parsed.error.contains(mentions), qPrintable(parsed.error));
+}
+
+void TestCommandLine::renderOptions()
+{
+    const CommandLine::Parsed parsed
+        = CommandLine::parse({ u"ordalis"_s, u"--render"_s, u"out.png"_s, u"--theme"_s, u"Black"_s, u"--width=1200"_s,
+            u"--scale=1.5"_s, u"--keys"_s, u"Shift_L, cmd_l,a"_s, u"--keys=o,a,,"_s, u"--background=#80ff0000"_s });
+    QVERIFY2(parsed.ok(), qPrintable(parsed.error));
+    QCOMPARE(parsed.invocation.mode, Mode::render);
+    const CommandLine::RenderOptions& render = parsed.invocation.render;
+    QCOMPARE(render.output, u"out.png"_s);
+    QCOMPARE(render.themeName, u"Black"_s);
+    QCOMPARE(render.themeFile, std::nullopt);
+    QCOMPARE(render.width, 1200);
+    QCOMPARE(render.scale, 1.5);
+    // Names in any letter case, each key once, in the order first named.
+    QCOMPARE(render.heldKeys, (QList<KeyCode> { 56, 55, 0, 31 }));
+    QCOMPARE(render.background, QColor(255, 0, 0, 128));
+
+    const CommandLine::RenderOptions defaults
+        = CommandLine::parse({ u"ordalis"_s, u"--render=x.png"_s }).invocation.render;
+    QCOMPARE(defaults.width, 900);
+    QCOMPARE(defaults.scale, 1.0);
+    QVERIFY(defaults.heldKeys.isEmpty());
+    QCOMPARE(defaults.background.alpha(), 0);
+}
+
+void TestCommandLine::everyKeyHasOneName()
+{
+    // Canonical names in board order, one per key that can light: the layout's codes but the Touch ID key.
+    QList<KeyCode> expected = allLayoutKeyCodes();
+    expected.removeAll(touchIDKeyCode);
+    QList<KeyCode> named;
+    for (const QString& name : KeyNames::canonicalNames()) {
+        named.append(KeyNames::keyCode(name).value_or(touchIDKeyCode));
+        QCOMPARE(KeyNames::name(named.constLast()), name);
+    }
+    QCOMPARE(named, expected);
+
+    for (const QString& alias : KeyNames::aliases()) {
+        QVERIFY2(!KeyNames::canonicalNames().contains(alias), qPrintable(alias));
+        QVERIFY2(KeyNames::keyCode(alias), qPrintable(alias));
+    }
+    const struct
+    {
+        QString name;
+        KeyCode code;
+    } aliases[] = { { u"cmd_r"_s, 54 }, { u"command"_s, 55 }, { u"option_r"_s, 61 }, { u"CTRL"_s, 59 },
+        { u"esc"_s, 53 }, { u"enter"_s, 36 }, { u"shift"_s, 56 } };
+    for (const auto& alias : aliases)
+        QCOMPARE(KeyNames::keyCode(alias.name), alias.code);
+    QCOMPARE(KeyNames::keyCode(u"touchid"), std::nullopt);
+    QCOMPARE(KeyNames::name(touchIDKeyCode), QString());
+}
+
+void TestCommandLine::requestLines_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("argument");
+
+    QTest::newRow("show, as old starts send it") << "show\n"_ba << true << int(Kind::show) << QString();
+    QTest::newRow("quit with CR LF") << "quit\r\n"_ba << true << int(Kind::quit) << QString();
+    QTest::newRow("encoded theme") << "theme Dark%20Beige"_ba << true << int(Kind::theme) << u"Dark Beige"_s;
+    QTest::newRow("UTF-8 theme") << "theme Gr%C3%BCn"_ba << true << int(Kind::theme) << u"Grün"_s;
+    QTest::newRow("unknown verb") << "explode"_ba << false << 0 << QString();
+    QTest::newRow("verb in capitals") << "SHOW"_ba << false << 0 << QString();
+    QTest::newRow("argument to show") << "show now"_ba << false << 0 << QString();
+    QTest::newRow("theme without name") << "theme"_ba << false << 0 << QString();
+    QTest::newRow("raw space in name") << "theme Dark Beige"_ba << false << 0 << QString();
+    QTest::newRow("cut escape") << "theme Black%2"_ba << false << 0 << QString();
+    QTest::newRow("bad escape") << "theme %zz"_ba << false << 0 << QString();
+    QTest::newRow("not UTF-8") << "theme %FF%FE"_ba << false << 0 << QString();
+    QTest::newRow("binary") << QByteArray("\0\x01theme", 7) << false << 0 << QString();
+}
+
+void TestCommandLine::requestLines()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(bool, valid);
+    QFETCH(int, kind);
+    QFETCH(QString, argument);
+    const std::optional<RemoteCommand> command = RemoteCommand::fromLine(line);
+    QCOMPARE(command.has_value(), valid);
+    if (!valid)
+        return;
+    QCOMPARE(int(command->kind), kind);
+    QCOMPARE(command->argument, argument);
+    // What a later start sends is read back as the same command.
+    QCOMPARE(RemoteCommand::fromLine(command->toLine()), command);
+}
+
+void TestCommandLine::settingsFileIsOnlyRead()
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(u"settings.json"_s);
+    // No file: the defaults, as the settings store gives them; and no file appears.
+    QCOMPARE(CommandLine::storedSavedThemes(path), builtInThemes());
+    QCOMPARE(CommandLine::storedActiveTheme(path), defaultThemeConfig());
+    QVERIFY(!QFile::exists(path));
+
+    const NamedTheme mine { QUuid::createUuid(), u"Mine"_s, builtInThemes().at(2).config };
+    {
+        SettingsStore settings(path);
+        settings.setValue(SettingKeys::savedThemes(), QList<NamedTheme> { mine });
+        settings.setValue(SettingKeys::activeThemeConfig(), mine.config);
+    }
+    QCOMPARE(CommandLine::storedSavedThemes(path), QList<NamedTheme> { mine });
+    QCOMPARE(CommandLine::storedActiveTheme(path), mine.config);
+
+    // A file that is not JSON is neither moved aside nor rewritten, as the settings store would do.
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write("{ not json");
+    file.close();
+    QCOMPARE(CommandLine::storedSavedThemes(path), builtInThemes());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), "{ not json"_ba);
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList { u"settings.json"_s });
+}
+
+QTEST_GUILESS_MAIN(TestCommandLine)
+#include "testcommandline.moc"

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Pictures of the keyboard drawn without a window, and the theme files they can be drawn from. That they show what
+// the panel paints is checked end to end in teste2ecli.
+#include "app/renderer.h"
+#include "keyboard/keyboardscene.h"
+#include "theme/themejson.h"
+
+#include <QFile>
+#include <QGuiApplication>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& contents)
+{
+    QFile file(dir.filePath(name));
+    if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size())
+        return {};
+    return file.fileName();
+}
+
+} // namespace
+
+class TestRenderer final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void sizeScaleAndBackground();
+    void themeFiles_data();
+    void themeFiles();
+};
+
+void TestRenderer::sizeScaleAndBackground()
+{
+    KeyboardRenderer::Picture picture;
+    picture.theme = defaultThemeConfig();
+    picture.width = 900;
+    // The panel's shape: the same height the panel takes at that width.
+    const QSize size = KeyboardRenderer::logicalSize(900, picture.theme);
+    QCOMPARE(size.height(), qRound(900 / KeyboardScene::aspectRatio(picture.theme)));
+
+    picture.scale = 2;
+    picture.background = Qt::white;
+    const QImage image = KeyboardRenderer::render(picture);
+    QCOMPARE(image.size(), size * 2);
+    QCOMPARE(image.devicePixelRatio(), 2.0);
+    // The corners lie outside the rounded chassis: background there, transparent without one.
+    QCOMPARE(image.pixelColor(0, 0), QColor(Qt::white));
+    picture.background = Qt::transparent;
+    QCOMPARE(KeyboardRenderer::render(picture).pixelColor(0, 0).alpha(), 0);
+
+    // A theme whose numbers make no shape still gives a picture of sane size.
+    picture.theme.keySpacing = -1e9;
+    picture.scale = 1;
+    const QSize odd = KeyboardRenderer::logicalSize(900, picture.theme);
+    QVERIFY(odd.height() >= 1 && odd.height() <= 16384);
+}
+
+void TestRenderer::themeFiles_data()
+{
+    QTest::addColumn<QByteArray>("contents");
+    QTest::addColumn<int>("theme");
+    QTest::addColumn<QString>("error");
+
+    const QList<NamedTheme>& builtIn = builtInThemes();
+    QTest::newRow("document: its first theme")
+        << ThemeJson::encodeDocument({ builtIn.at(3), builtIn.at(1) }) << 3 << QString();
+    QTest::newRow("one saved theme") << ThemeJson::encodeNamedTheme(builtIn.at(4)) << 4 << QString();
+    QTest::newRow("bare configuration") << ThemeJson::encodeConfig(builtIn.at(5).config) << 5 << QString();
+    QTest::newRow("empty document") << "[]"_ba << -1 << u"holds no theme"_s;
+    QTest::newRow("document of numbers") << "[1, 2]"_ba << -1 << u"not a theme document"_s;
+    QTest::newRow("not JSON") << "theme: black"_ba << -1 << u"not JSON"_s;
+    QTest::newRow("some other JSON object") << R"({"keyboardVisible": true})"_ba << -1 << u"neither"_s;
+    QTest::newRow("wrong kind of value") << R"({"keySpacing": "wide"})"_ba << -1 << u"wrong kind"_s;
+    QTest::newRow("saved theme without id") << R"({"name": "X", "config": {}})"_ba << -1 << u"needs an id"_s;
+    QTest::newRow("missing file") << QByteArray() << -1 << u"cannot read"_s;
+}
+
+void TestRenderer::themeFiles()
+{
+    QFETCH(QByteArray, contents);
+    QFETCH(int, theme);
+    QFETCH(QString, error);
+    QTemporaryDir dir;
+    const QString path = contents.isNull() ? dir.filePath(u"missing.json"_s) : writeFile(dir, u"t.json"_s, contents);
+    const std::variant<ThemeConfig, QString> result = KeyboardRenderer::themeFromFile(path);
+    if (theme >= 0) {
+        if (const QString* refused = std::get_if<QString>(&result))
+            QFAIL(qPrintable(*refused));
+        // Theme documents keep three decimals; the drawing cannot tell.
+        QCOMPARE(ThemeJson::encodeDocument({ { {}, {}, std::get<ThemeConfig>(result) } }),
+            ThemeJson::encodeDocument({ { {}, {}, builtInThemes().at(theme).config } }));
+    } else {
+        QVERIFY(std::holds_alternative<QString>(result));
+        QVERIFY2(std::get<QString>(result).contains(error), qPrintable(std::get<QString>(result)));
+    }
+}
+
+QTEST_MAIN(TestRenderer)
+#include "testrenderer.moc"
