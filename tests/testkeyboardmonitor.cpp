@@ -138,6 +138,10 @@ void TestKeyboardMonitor::scripts_data()
            " = 55 56 58 59 60; caps 0; flags 0 56; ="_s;
     QTest::newRow("HyperKey shown as modifiers, the flags before the key")
         << u"hyper 1e0000 0; flags 1e002b 56; caps 1; = 55 56 58 59; at .05; = 55 56 58 59; caps 0; flags 0 56; ="_s;
+    QTest::newRow("HyperKey let go while its modifiers are still held shows them again")
+        << u"hyper 1e0000 1; flags 1e002b 56; caps 1; at .05; = 57; caps 0; = 55 56 58 59; flags 0 56; ="_s;
+    QTest::newRow("A lock change without the Caps Lock key is read at once")
+        << u"lock 1; flags 10000 57; on 1; = ; lock 0; flags 0 57; on 0"_s;
     QTest::newRow("HyperKey released within the delay leaves nothing; a new press waits its own full delay")
         << u"hyper 1e0000 1; caps 1; at .03; caps 0; at .1; =; caps 1; at .12; caps 0; at .13; caps 1; at .17; =;"
            " at .19; = 57"_s;

@@ -152,6 +152,12 @@ void TestKeyboardPanel::defaultSizeAndCentring()
     QCOMPARE(panel.geometry().size(), QSize(900, 350));
     QCOMPARE(panel.frame().center(), screenCentre());
     QCOMPARE(m_f->storedFrame(), panel.frame());
+
+    // A width from a hand-edited settings file that no screen could show is cut down to one a window can hold.
+    m_f->settings.setValue(SettingKeys::windowWidth(), 1e300);
+    const KeyboardPanel& wide = m_f->makePanel();
+    QCOMPARE(wide.frame().width(), KeyboardPanel::maximumPanelWidth);
+    QCOMPARE(wide.geometry().width(), int(KeyboardPanel::maximumPanelWidth));
 }
 
 void TestKeyboardPanel::setFrame_data()
@@ -164,6 +170,7 @@ void TestKeyboardPanel::setFrame_data()
         << QRectF(10, 20, 1000, 123) << 1000.0 << false;
     QTest::newRow("A taller request is cut down the same way") << QRectF(-40, 300, 750.5, 2000) << 750.5 << false;
     QTest::newRow("A width under the minimum is raised to it") << QRectF(0, 0, 300, 100) << 700.0 << false;
+    QTest::newRow("A width over the maximum is lowered to it") << QRectF(0, 0, 1e12, 100) << 8192.0 << false;
     QTest::newRow("The same width only moves the panel") << QRectF(50, 60, 900, 10) << 900.0 << false;
     QTest::newRow("A resize by the window manager is taken over") << QRectF(33, 44, 1000, 200) << 1000.0 << true;
     QTest::newRow("So is a move") << QRectF(33, 44, 900, 350) << 900.0 << true;

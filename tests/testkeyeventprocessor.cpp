@@ -98,6 +98,10 @@ void TestKeyEventProcessor::sequences_data()
         << QList<Step> { down(KEY_PLAYPAUSE), down(KEY_PLAY), up(KEY_PLAYPAUSE), up(KEY_PLAY), down(KEY_BRIGHTNESSDOWN),
                up(KEY_BRIGHTNESSDOWN) }
         << QStringList { u"media 100 down"_s, u"media 100 up"_s, u"media 122 down"_s, u"media 122 up"_s };
+    QTest::newRow("An F-key and a media key on the same cap: the cap goes up when the last of them does")
+        << QList<Step> { down(KEY_F1), down(KEY_BRIGHTNESSDOWN), up(KEY_F1), up(KEY_BRIGHTNESSDOWN), down(KEY_MUTE),
+               down(KEY_F10), up(KEY_MUTE), up(KEY_F10) }
+        << QStringList { u"down 122"_s, u"media 122 up"_s, u"media 109 down"_s, u"down 109"_s, u"up 109"_s };
     QTest::newRow("Keys outside the table are ignored")
         << QList<Step> { down(KEY_KPENTER), up(KEY_KPENTER), down(KEY_CNT), down(-5), up(KEY_PAUSE) } << QStringList {};
 }

@@ -50,7 +50,9 @@ QList<quint32> items(xcb_window_t window, const char* name)
 {
     const QByteArray bytes = propertyBytes(window, name);
     QList<quint32> items(bytes.size() / 4);
-    std::memcpy(items.data(), bytes.constData(), size_t(items.size()) * 4);
+    // An empty list has no storage, and memcpy must not be handed a null pointer even for no bytes.
+    if (!items.isEmpty())
+        std::memcpy(items.data(), bytes.constData(), size_t(items.size()) * 4);
     return items;
 }
 

@@ -4,6 +4,8 @@
 #include <QSet>
 #include <QTest>
 
+#include <limits>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -64,6 +66,14 @@ void TestThemeConfig::rounding_data()
     QTest::newRow("a halfway case at four places") << 2.5e-4 << 4 << 3e-4;
     QTest::newRow("a binary artefact is cleaned up") << 0.1 + 0.2 << 3 << 0.3;
     QTest::newRow("a small negative becomes a zero that hashes like 0") << -0.0004 << 3 << 0.0;
+    // Numbers without decimals at this scale stay exactly as they are: scaling them up and down again would turn the
+    // first into infinity (written to JSON as null) and cost the others their last bits.
+    QTest::newRow("a value whose scaling overflows stays") << 1e306 << 3 << 1e306;
+    QTest::newRow("the most negative double stays")
+        << -std::numeric_limits<double>::max() << 3 << -std::numeric_limits<double>::max();
+    QTest::newRow("a large whole number stays") << 1e20 << 3 << 1e20;
+    QTest::newRow("a large number with bits below the third decimal stays")
+        << 123456789012345.67 << 3 << 123456789012345.67;
 }
 
 void TestThemeConfig::rounding()

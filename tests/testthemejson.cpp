@@ -4,6 +4,8 @@
 #include <QJsonDocument>
 #include <QTest>
 
+#include <limits>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -71,6 +73,16 @@ void TestThemeJson::encoding()
     const QByteArray bare = QJsonDocument(ThemeJson::toJson(awkward)).toJson();
     QVERIFY(ThemeJson::decodeNamedTheme(bare));
     QCOMPARE(ThemeJson::decodeDocument(bare), std::nullopt);
+
+    // Any finite number a stored theme may hold survives export and import: rounding must not make it infinite,
+    // which JSON can only write as null (read back as the fallback value).
+    NamedTheme huge = awkward;
+    huge.config.keycapHue = 1e306;
+    huge.config.innerShadow.x = -std::numeric_limits<double>::max();
+    const std::optional<QList<NamedTheme>> hugeDecoded = ThemeJson::decodeDocument(ThemeJson::encodeDocument({ huge }));
+    QVERIFY(hugeDecoded && hugeDecoded->size() == 1);
+    QCOMPARE(hugeDecoded->constFirst().config.keycapHue, 1e306);
+    QCOMPARE(hugeDecoded->constFirst().config.innerShadow.x, -std::numeric_limits<double>::max());
 }
 
 void TestThemeJson::readsConfig_data()

@@ -6,6 +6,7 @@
 #include "theme/themejson.h"
 #include "theme/themelibrary.h"
 
+#include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -257,6 +258,20 @@ void TestThemeLibrary::importMakesNamesUnique()
         (QStringList { after[16].name, after[17].name, after[18].name }), (QStringList { u"X"_s, u"Y"_s, u"X 2"_s }));
     QCOMPARE(activeName(), u"X 2"_s);
     QCOMPARE(activeConfig(), x.config);
+
+    // Thousands of one name take no longer than thousands of different names, and suffixes already in use are skipped.
+    QList<NamedTheme> many { NamedTheme { QUuid::createUuid(), u"X 4"_s, y.config } };
+    for (int i = 0; i < 3000; ++i)
+        many.append(x);
+    m_files.files.insert(u"in.json"_s, ThemeJson::encodeDocument(many));
+    QElapsedTimer timer;
+    timer.start();
+    m_editor->importThemes();
+    QVERIFY2(timer.elapsed() < 20000, qPrintable(u"%1 ms"_s.arg(timer.elapsed())));
+    const QList<NamedTheme> imported = saved().mid(after.size());
+    QCOMPARE(imported.size(), many.size());
+    QCOMPARE((QStringList { imported[0].name, imported[1].name, imported[2].name, imported.last().name }),
+        (QStringList { u"X 4"_s, u"X 3"_s, u"X 5"_s, u"X 3003"_s }));
 }
 
 void TestThemeLibrary::importRefusesBadInput_data()

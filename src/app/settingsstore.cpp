@@ -13,8 +13,17 @@
 #include <QSettings>
 #include <QStandardPaths>
 
+#include <cerrno>
+#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <limits>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -38,6 +47,53 @@ bool isNumber(const QVariant& v)
 bool isString(const QVariant& v)
 {
     return v.typeId() == QMetaType::QString;
+}
+
+/** Whether the lock file open as `fd` was left by a process that is gone. */
+bool isAbandonedLock(int fd)
+{
+    struct stat status = {};
+    if (::fstat(fd, &status) != 0)
+        return false;
+    if (status.st_size == 0) {
+        // Killed between creating the file and writing to it, or alive and about to write: a live process does
+        // that within microseconds, so look again a moment later, and stay off its flock meanwhile.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        if (::fstat(fd, &status) != 0)
+            return false;
+    }
+    // A live holder keeps an flock on its lock file from before writing to it until it removes it.
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0)
+        return false;
+    if (status.st_size == 0)
+        return true;
+    // The first line is the holder's process id.
+    QByteArray text(64, '\0');
+    const ssize_t length = ::pread(fd, text.data(), size_t(text.size()), 0);
+    const qint64 pid = length > 0 ? text.left(text.indexOf('\n')).toLongLong() : 0;
+    return pid > 0 && ::kill(pid_t(pid), 0) != 0 && errno == ESRCH;
+}
+
+/**
+ * QSettings guards each save with a lock file (QLockFile), and with "<lock>.rmlock" while it removes a lock whose
+ * holder is gone. A process killed between creating either and writing its id into it leaves an empty file, for
+ * which QSettings waits 30 s, blocking the event loop, before the next save; and each removal killed half-way
+ * leaves another file behind. Such files are removed before QSettings gets to them.
+ */
+void removeAbandonedLocks(const QString& filePath)
+{
+    QStringList chain;
+    for (QString name = filePath + u".lock"_s; QFileInfo::exists(name) && chain.size() < 8; name += u".rmlock"_s)
+        chain.prepend(name);
+    for (const QString& name : std::as_const(chain)) {
+        const QByteArray path = QFile::encodeName(name);
+        const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        if (isAbandonedLock(fd))
+            ::unlink(path.constData());
+        ::close(fd);
+    }
 }
 
 } // namespace
@@ -234,6 +290,7 @@ void SettingsStore::openSettings()
 
 bool SettingsStore::syncAndRecover()
 {
+    removeAbandonedLocks(m_filePath);
     m_settings->sync();
     if (m_settings->status() != QSettings::FormatError)
         return true;
@@ -256,8 +313,14 @@ bool SettingsStore::syncAndRecover()
     for (auto it = pending.cbegin(); it != pending.cend(); ++it)
         m_settings->setValue(it.key(), it.value());
     m_settings->sync();
-    if (moved)
+    if (moved) {
+        // Said here and not only by the signal: the file is usually found unreadable while the store is being
+        // constructed, before anyone could connect to it.
+        qWarning("Ordalis: the settings file %s could not be read. It was kept as %s, and the default settings are "
+                 "used.",
+            qPrintable(QDir::toNativeSeparators(m_filePath)), qPrintable(QDir::toNativeSeparators(movedTo)));
         emit unreadableFileMovedAside(movedTo);
+    }
     return false;
 }
 

@@ -254,6 +254,11 @@ void KeyboardMonitor::handleFlagsChangedEvent(ModifierFlags flags, KeyCode keyCo
     setModifierFlags(flags);
     syncModifierKeys(flags);
     applyHyperKeyDisplay();
+    // A report for the Caps Lock key code tells of a lock change. One that comes without a Caps Lock key report (the
+    // lock set by another program, Caps Lock pressed on a second keyboard while held on the first, a press lost with
+    // dropped events) would otherwise leave the lock light as it was until Caps Lock is next pressed.
+    if (keyCode == capsLockKeyCode)
+        refreshCapsLockState();
     if (m_onFlagsChanged) {
         const std::function<void(ModifierFlags, KeyCode)> hook = m_onFlagsChanged;
         hook(flags, keyCode);
@@ -304,6 +309,10 @@ void KeyboardMonitor::handleCapsLockHID(bool pressed)
         insertKey(capsLockKeyCode);
     } else {
         removeKey(capsLockKeyCode);
+        // Caps Lock stood in for the combination's keys; those still held (on another keyboard, or by the user)
+        // show again.
+        if (hyperKey != 0)
+            syncModifierKeys(m_modifierFlags);
     }
     // The lock light changes a moment after the key; read it once it has settled.
     m_clock.schedule(capsLockRefreshDelay, this, [this] { refreshCapsLockState(); });

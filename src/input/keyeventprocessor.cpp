@@ -161,6 +161,8 @@ void KeyEventProcessor::press(const LinuxKeymap::Entry& entry, int linuxCode, De
 
     switch (entry.kind) {
     case LinuxKeymap::Kind::ordinary:
+        Q_ASSERT(entry.keyCode < keySlots);
+        ++m_keyHolders[entry.keyCode];
         emit keyDown(entry.keyCode);
         break;
     case LinuxKeymap::Kind::modifier:
@@ -172,8 +174,8 @@ void KeyEventProcessor::press(const LinuxKeymap::Entry& entry, int linuxCode, De
         refreshLockState();
         break;
     case LinuxKeymap::Kind::media:
-        Q_ASSERT(entry.keyCode < mediaSlots);
-        if (m_mediaHolders[entry.keyCode]++ == 0)
+        Q_ASSERT(entry.keyCode < keySlots);
+        if (m_keyHolders[entry.keyCode]++ == 0)
             emit mediaKey(entry.keyCode, true);
         break;
     case LinuxKeymap::Kind::none:
@@ -189,7 +191,9 @@ void KeyEventProcessor::release(const LinuxKeymap::Entry& entry, int linuxCode, 
 
     switch (entry.kind) {
     case LinuxKeymap::Kind::ordinary:
-        emit keyUp(entry.keyCode);
+        // F1 let go while the brightness key on the same cap is held: the cap stays down.
+        if (--m_keyHolders[entry.keyCode] == 0)
+            emit keyUp(entry.keyCode);
         break;
     case LinuxKeymap::Kind::modifier:
         emit flagsChanged(flags(), entry.keyCode);
@@ -198,7 +202,7 @@ void KeyEventProcessor::release(const LinuxKeymap::Entry& entry, int linuxCode, 
         emit capsLockKey(false);
         break;
     case LinuxKeymap::Kind::media:
-        if (--m_mediaHolders[entry.keyCode] == 0)
+        if (--m_keyHolders[entry.keyCode] == 0)
             emit mediaKey(entry.keyCode, false);
         break;
     case LinuxKeymap::Kind::none:

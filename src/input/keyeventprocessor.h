@@ -93,13 +93,16 @@ private:
     void press(const LinuxKeymap::Entry& entry, int linuxCode, DeviceKeys& device);
     void release(const LinuxKeymap::Entry& entry, int linuxCode, DeviceKeys& device);
 
-    // Media key codes are F-key codes, all below 128.
-    static constexpr std::size_t mediaSlots = 128;
+    // The layout's codes of ordinary and media keys are all below 128.
+    static constexpr std::size_t keySlots = 128;
 
     /** How many devices hold each Linux code. */
     std::array<std::uint8_t, LinuxKeymap::codeCount> m_holders {};
-    /** How many Linux codes hold each media F-key (several keys share one). */
-    std::array<std::uint8_t, mediaSlots> m_mediaHolders {};
+    /**
+     * How many held Linux codes show each ordinary or media key: several media keys share an F-key, and the F-key
+     * itself shows on the same cap.
+     */
+    std::array<std::uint8_t, keySlots> m_keyHolders {};
     /** A handful of keyboards at most, so a vector searched in order beats hashing. */
     std::vector<DeviceKeys> m_devices;
     std::function<bool()> m_lockStateProvider;

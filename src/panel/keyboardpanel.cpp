@@ -85,6 +85,7 @@ KeyboardPanel::KeyboardPanel(
     double width = settings.value(SettingKeys::windowWidth());
     if (!(width >= minimumPanelWidth))
         width = minimumPanelWidth;
+    width = std::min(width, maximumPanelWidth);
 
     m_tracking = new HoverTrackingView(this, clock, this);
     m_content = new KeyboardContentView(this, settings, clock, monitor, actions, m_tracking);
@@ -137,7 +138,7 @@ bool KeyboardPanel::placeIsOnAScreen(const QRectF& frame) const
 void KeyboardPanel::setFrame(const QRectF& requested)
 {
     double width = std::isfinite(requested.width()) ? requested.width() : m_frame.width();
-    width = std::max(width, minimumPanelWidth);
+    width = std::clamp(width, minimumPanelWidth, maximumPanelWidth);
     const double height = width / m_ratio;
     const double left = std::isfinite(requested.x()) ? requested.x() : m_frame.x();
     const double top = std::isfinite(requested.y()) ? requested.y() : m_frame.y();

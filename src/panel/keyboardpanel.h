@@ -35,6 +35,11 @@ class KeyboardPanel final : public QWidget
 public:
     /** Narrowest width the panel takes, in logical pixels. */
     static constexpr double minimumPanelWidth = 700;
+    /**
+     * Widest width the panel takes: wider than any screen, yet small enough that the window's pixels fit an int and
+     * its image fits in memory, whatever a hand-edited settings file asks for.
+     */
+    static constexpr double maximumPanelWidth = 8192;
     /** Seconds of the fade to and from the hover opacity; click-through follows this long after entering. */
     static constexpr double fadeDuration = 0.15;
     /** Seconds after the last size change at which the keyboard replaces the placeholder. */
@@ -52,7 +57,7 @@ public:
     QSizeF minimumFrameSize() const;
 
     /**
-     * The one way the frame changes. Keeps the requested left and top edges and width (not less than the minimum)
+     * The one way the frame changes. Keeps the requested left and top edges and width (within the minimum and maximum)
      * and takes the height from the ratio; the requested height is ignored. A change of size shows the placeholder
      * and (re)starts its removal timer. Stores the width and the place.
      */

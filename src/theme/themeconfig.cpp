@@ -30,7 +30,13 @@ ShadowConfig roundedShadow(const ShadowConfig& shadow, int places)
 double roundedToPlaces(double v, int places)
 {
     const double p = std::pow(10.0, places);
-    return std::round(v * p) / p;
+    const double scaled = v * p;
+    // From 2^52 on a double has no fraction left to round away at this scale. Scaling such a value could only do
+    // harm: overflow to infinity (which JSON cannot hold, so an exported theme would lose the value) or cost it its
+    // last bits (so that rounding again changed it again).
+    if (!(std::abs(scaled) < 0x1p52))
+        return v;
+    return std::round(scaled) / p;
 }
 
 ThemeConfig ThemeConfig::rounded(int places) const

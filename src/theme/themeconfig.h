@@ -75,7 +75,10 @@ size_t qHash(const ShadowConfig& shadow, size_t seed = 0) noexcept;
 size_t qHash(const ThemeConfig& config, size_t seed = 0) noexcept;
 size_t qHash(const NamedTheme& theme, size_t seed = 0) noexcept;
 
-/** Rounds v to `places` decimals: round(v * 10^places) / 10^places, halfway cases away from zero. */
+/**
+ * Rounds v to `places` decimals: round(v * 10^places) / 10^places, halfway cases away from zero. Values that have no
+ * fraction at that scale (v * 10^places beyond 2^52) come back unchanged.
+ */
 double roundedToPlaces(double v, int places);
 
 /** The fourteen built-in themes, built once per run with fresh random ids; "Spacegray" first. */

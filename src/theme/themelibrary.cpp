@@ -7,8 +7,10 @@
 #include "theme/themejson.h"
 
 #include <QCoreApplication>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QSet>
 #include <QStringDecoder>
 
 #include <algorithm>
@@ -44,6 +46,38 @@ std::optional<QByteArray> encodeDocument(const QList<NamedTheme>& themes)
     }
     return ThemeJson::encodeDocument(themes);
 }
+
+// Gives the names ThemeLibrary::uniqueThemeName() would give while a list grows, in constant time per name. An
+// imported document may hold thousands of themes of one name; looking each suffix up in the whole list again takes
+// time cubic in their number, minutes for a file of a few hundred kilobytes.
+class UniqueNames
+{
+public:
+    explicit UniqueNames(const QList<NamedTheme>& saved)
+    {
+        for (const NamedTheme& theme : saved)
+            m_taken.insert(theme.name);
+    }
+
+    QString take(const QString& name)
+    {
+        QString candidate = name;
+        if (m_taken.contains(candidate)) {
+            // Names are only ever added, so the suffixes tried for this name before are still taken.
+            qsizetype& n = m_nextSuffix[name];
+            n = std::max<qsizetype>(n, 2);
+            do {
+                candidate = name + u' ' + QString::number(n++);
+            } while (m_taken.contains(candidate));
+        }
+        m_taken.insert(candidate);
+        return candidate;
+    }
+
+private:
+    QSet<QString> m_taken;
+    QHash<QString, qsizetype> m_nextSuffix;
+};
 
 const NamedTheme* findById(const QList<NamedTheme>& themes, const QUuid& id)
 {
@@ -329,10 +363,10 @@ void ThemeLibraryEditor::importThemes()
         return;
 
     QList<NamedTheme> saved = m_settings.value(SettingKeys::savedThemes());
+    UniqueNames names(saved);
     for (const NamedTheme& theme : *imported) {
         // Ids in the document are discarded, so importing an earlier export never replaces an entry.
-        saved.append(
-            NamedTheme { QUuid::createUuid(), ThemeLibrary::uniqueThemeName(theme.name, saved), theme.config });
+        saved.append(NamedTheme { QUuid::createUuid(), names.take(theme.name), theme.config });
     }
     m_settings.setValue(SettingKeys::savedThemes(), saved);
 

@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Arbitrary evdev event streams from up to four keyboards, with dropped events, resyncs, unplugging and time passing,
+// fed through the event streams, the key event processor, the key state monitor and the gesture recogniser.
+//
+// The processor's held keys are compared with a plain model of what each device holds after every step, the flags
+// it reports with the modifiers held, and once every keyboard is gone nothing may be left shown as held.
+//
+// Input: one settings byte, then records of 10 bytes: operation, type, code, value, time step.
+#include "fuzzsupport.h"
+
+#include "app/clock.h"
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+#include "input/evdeveventstream.h"
+#include "input/hotkeymanager.h"
+#include "input/inputbackend.h"
+#include "input/keyboardmonitor.h"
+#include "input/keyeventprocessor.h"
+#include "input/linuxkeymap.h"
+
+#include <QHash>
+#include <QTemporaryDir>
+
+#include <linux/input.h>
+
+#include <array>
+#include <bitset>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int deviceCount = 4;
+using KeyBits = std::bitset<LinuxKeymap::codeCount>;
+
+class FuzzBackend final : public InputBackend
+{
+public:
+    QString name() const override { return u"fuzz"_s; }
+    Access access() const override { return Access::granted; }
+    QString accessHelp() const override { return {}; }
+    bool start() override { return true; }
+    void stop() override { }
+    bool capsLockOn() const override { return lockOn && lockOn(); }
+
+    std::function<bool()> lockOn;
+};
+
+SettingsStore& settings()
+{
+    static SettingsStore* store = [] {
+        FuzzSupport::ensureApplication();
+        static QTemporaryDir dir;
+        return new SettingsStore(dir.filePath(u"settings.json"_s)); // Lives for the whole run.
+    }();
+    return *store;
+}
+
+template <typename T> void setIfDifferent(const SettingKey<T>& key, const T& value)
+{
+    if (settings().value(key) != value)
+        settings().setValue(key, value);
+}
+
+// What each device holds, by the rules the streams promise: key events count unless events were dropped since the
+// last resync, a resync takes the device's real state, and unplugging lets go of everything.
+struct DeviceModel
+{
+    KeyBits held;
+    KeyBits physical;
+    bool dropped = false;
+};
+
+bool isShown(int code)
+{
+    return code >= 0 && code < LinuxKeymap::codeCount && LinuxKeymap::lookup(code).kind != LinuxKeymap::Kind::none;
+}
+
+KeyBits shownOnly(const KeyBits& keys)
+{
+    KeyBits result;
+    for (int code = 0; code < LinuxKeymap::codeCount; ++code)
+        result[code] = keys[code] && isShown(code);
+    return result;
+}
+
+// The Linux codes shown on each cap by key-down and key-up or as a media key, by the cap's key code.
+const QHash<KeyCode, QList<int>>& codesOnCap()
+{
+    static const QHash<KeyCode, QList<int>> table = [] {
+        QHash<KeyCode, QList<int>> codes;
+        for (int code = 0; code < LinuxKeymap::codeCount; ++code) {
+            const LinuxKeymap::Entry& entry = LinuxKeymap::lookup(code);
+            if (entry.kind == LinuxKeymap::Kind::ordinary || entry.kind == LinuxKeymap::Kind::media)
+                codes[entry.keyCode].append(code);
+        }
+        return codes;
+    }();
+    return table;
+}
+
+struct Rig
+{
+    ManualClock clock;
+    FuzzBackend backend;
+    KeyEventProcessor processor;
+    std::array<std::unique_ptr<EvdevEventStream>, deviceCount> streams;
+    std::array<DeviceModel, deviceCount> model;
+    KeyboardMonitor monitor { settings(), clock };
+    HotkeyManager hotkeys { monitor, settings(), clock };
+    bool hovered = false;
+    bool hyperKey = false;
+
+    Rig()
+    {
+        for (int i = 0; i < deviceCount; ++i)
+            streams[i] = std::make_unique<EvdevEventStream>(processor, 100 + i);
+        backend.lockOn = [this] { return anyLed(); };
+        processor.forwardTo(&backend);
+        monitor.attach(&backend);
+        hotkeys.setPanelHoveredPredicate([this] { return hovered; });
+        hotkeys.setOnTripleTap([] {});
+        hotkeys.setOnSingleTapWhileHovering([] {});
+        hotkeys.setOnEscapeWhileHovering([] {});
+        hotkeys.setOnSettingsHotkey([] {});
+        monitor.setOnHyperKeyRecorded([](ModifierFlags flags) {
+            FUZZ_CHECK(flags != 0 && (flags & ~KeyboardMonitor::hyperKeyModifierMask) == 0);
+        });
+        hotkeys.start();
+        monitor.start();
+    }
+
+    ~Rig() { hotkeys.stop(); }
+
+    bool anyLed() const
+    {
+        for (const auto& stream : streams) {
+            if (stream->capsLockLed())
+                return true;
+        }
+        return false;
+    }
+
+    ModifierFlags expectedFlags() const
+    {
+        // The lock bit follows the LEDs: every change of one makes the processor read the lock state again.
+        ModifierFlags flags = anyLed() ? ModifierFlags(ModifierFlag::capsLock) : 0;
+        for (std::uint16_t code : LinuxKeymap::modifierCodes()) {
+            for (const DeviceModel& device : model) {
+                if (device.held[code])
+                    flags |= LinuxKeymap::lookup(code).flags;
+            }
+        }
+        return flags;
+    }
+
+    void checkCode(int code) const
+    {
+        if (code < 0 || code >= LinuxKeymap::codeCount)
+            return;
+        bool any = false;
+        for (int i = 0; i < deviceCount; ++i) {
+            FUZZ_CHECK(processor.isHeldBy(code, streams[i]->device()) == model[i].held[code]);
+            any = any || model[i].held[code];
+        }
+        FUZZ_CHECK(processor.isHeld(code) == any);
+    }
+
+    void checkAll() const
+    {
+        for (int code = 0; code < LinuxKeymap::codeCount; ++code)
+            checkCode(code);
+        for (auto it = codesOnCap().cbegin(); it != codesOnCap().cend(); ++it)
+            checkCap(it.key());
+    }
+
+    // A cap is shown while any code that shows on it is held: F1 and the brightness key share one, and so do the
+    // two Enter keys.
+    void checkCap(KeyCode cap) const
+    {
+        const QList<int>& codes = codesOnCap().value(cap);
+        if (codes.isEmpty())
+            return;
+        bool held = false;
+        for (int code : codes) {
+            for (const DeviceModel& device : model)
+                held = held || device.held[code];
+        }
+        FUZZ_CHECK(monitor.pressedKeys().contains(cap) == held);
+    }
+
+    void checkFlags() const
+    {
+        FUZZ_CHECK(processor.flags() == expectedFlags());
+        // Every change of the flags reaches the monitor, and so does every change of the lock light.
+        FUZZ_CHECK(monitor.modifierFlags() == processor.flags());
+        FUZZ_CHECK(monitor.capsLockOn() == anyLed());
+        if (hyperKey && monitor.capsLockHeld())
+            return;
+        for (KeyCode code : KeyboardMonitor::trackedModifierKeyCodes) {
+            FUZZ_CHECK(monitor.pressedKeys().contains(code)
+                == KeyboardMonitor::isModifierPressed(code, monitor.modifierFlags()));
+        }
+    }
+
+    void event(int index, const input_event& event)
+    {
+        DeviceModel& device = model[index];
+        if (event.type == EV_KEY && event.code < LinuxKeymap::codeCount && event.value >= 0 && event.value <= 2)
+            device.physical[event.code] = event.value != 0;
+        if (event.type == EV_SYN && event.code == SYN_DROPPED)
+            device.dropped = true;
+        else if (!device.dropped && event.type == EV_KEY && isShown(event.code) && event.value >= 0 && event.value <= 2)
+            device.held[event.code] = event.value != 0;
+
+        streams[index]->processEvent(event);
+        FUZZ_CHECK(streams[index]->needsResync() == device.dropped);
+        checkCode(event.code);
+        if (event.code < LinuxKeymap::codeCount)
+            checkCap(LinuxKeymap::lookup(event.code).keyCode);
+        checkFlags();
+    }
+
+    void resync(int index, int lostCode, bool led)
+    {
+        DeviceModel& device = model[index];
+        // The state read back may differ from what the events said by a key whose events were lost.
+        if (lostCode < LinuxKeymap::codeCount)
+            device.physical.flip(lostCode);
+        device.held = shownOnly(device.physical);
+        device.dropped = false;
+        streams[index]->resync({ device.physical, led });
+        checkAll();
+        checkFlags();
+    }
+
+    void remove(int index)
+    {
+        model[index] = {};
+        streams[index]->deviceRemoved();
+        checkAll();
+        checkFlags();
+    }
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    FuzzSupport::Reader reader(data, size);
+    const auto setup = reader.take<std::uint8_t>();
+    setIfDifferent(SettingKeys::hyperKeyModifiers(),
+        std::uint64_t(setup & 1 ? ModifierFlag::control | ModifierFlag::option | ModifierFlag::shift : 0));
+    setIfDifferent(SettingKeys::hyperKeyShowAsCapsLock(), bool(setup & 2));
+    setIfDifferent(SettingKeys::escapeToHideOnHover(), bool(setup & 4));
+    setIfDifferent(SettingKeys::triggerModifier(), TriggerModifiers::all().value((setup >> 3) & 7));
+
+    Rig rig;
+    rig.hyperKey = setup & 1;
+    while (!reader.atEnd()) {
+        const auto operation = reader.take<std::uint8_t>();
+        input_event event {};
+        event.type = reader.take<std::uint16_t>();
+        event.code = reader.take<std::uint16_t>();
+        event.value = reader.take<std::int32_t>();
+        const auto step = reader.take<std::uint8_t>();
+
+        rig.clock.advance(step * 0.01);
+        const int device = operation & 3;
+        switch (operation >> 2 & 7) {
+        case 5:
+            rig.resync(device, event.code, event.value & 1);
+            break;
+        case 6:
+            rig.remove(device);
+            break;
+        case 7:
+            rig.hovered = event.value & 1;
+            rig.monitor.setRecordingHyperKey(event.value & 2);
+            break;
+        default:
+            rig.event(device, event);
+            break;
+        }
+    }
+
+    // Every keyboard unplugged and the delayed reads done: nothing may stay lit.
+    for (int i = 0; i < deviceCount; ++i)
+        rig.remove(i);
+    rig.clock.advance(1);
+    FUZZ_CHECK(rig.processor.flags() == 0);
+    FUZZ_CHECK(rig.monitor.pressedKeys().isEmpty());
+    FUZZ_CHECK(!rig.monitor.capsLockHeld());
+    return 0;
+}

@@ -1,0 +1,330 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The settings file survives what happens to real programs: being killed in the middle of saving themes, being
+// found unreadable, and two copies of Ordalis started at the same moment.
+//
+// Run with "--write-themes <file> <first>" the test binary is the writer that gets killed: it saves numbered theme
+// lists and themes as fast as it can and tells each completed save on its standard output.
+#include "app/settingkeys.h"
+#include "app/settingsstore.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/** Milliseconds any one thing may take on a busy two-core machine. */
+constexpr int deadline = 20000;
+
+/** Ends a program started for a test: asks it to, and waits until it has. */
+struct Ending
+{
+    void operator()(QProcess* process) const
+    {
+        process->terminate();
+        process->waitForFinished(deadline);
+        delete process;
+    }
+};
+
+using Program = std::unique_ptr<QProcess, Ending>;
+
+/** The theme list of save number `n`: a dozen themes, so that each save takes a while to write. */
+QList<NamedTheme> themesFor(qint64 n)
+{
+    QList<NamedTheme> themes;
+    for (int i = 0; i < 12; ++i) {
+        NamedTheme theme;
+        theme.id = QUuid::createUuidV5(QUuid(), u"%1-%2"_s.arg(n).arg(i));
+        theme.name = u"Theme %1 of save %2"_s.arg(i).arg(n);
+        theme.config = defaultThemeConfig();
+        theme.config.keySpacing = double(n % 1000);
+        theme.config.chassisCornerRadius = double(i);
+        themes.append(theme);
+    }
+    return themes;
+}
+
+/** The active theme of save number `n`. */
+ThemeConfig configFor(qint64 n)
+{
+    ThemeConfig config = defaultThemeConfig();
+    config.chassisBlur = double(n);
+    return config;
+}
+
+/** The save number whose theme list `themes` is, or -1. */
+qint64 themesNumber(const QList<NamedTheme>& themes)
+{
+    static const QRegularExpression pattern(u"^Theme 0 of save (\\d+)$"_s);
+    const QRegularExpressionMatch match = themes.isEmpty() ? QRegularExpressionMatch() : pattern.match(themes[0].name);
+    if (!match.hasMatch())
+        return -1;
+    const qint64 n = match.captured(1).toLongLong();
+    return themesFor(n) == themes ? n : -1;
+}
+
+/** The save number whose active theme `config` is, or -1. */
+qint64 configNumber(const ThemeConfig& config)
+{
+    const qint64 n = qint64(config.chassisBlur);
+    return configFor(n) == config ? n : -1;
+}
+
+/** The writer: saves forever, and says "T <n>" and "A <n>" after each save has returned. */
+int writeThemes(const QString& path, qint64 first)
+{
+    SettingsStore settings(path);
+    for (qint64 n = first;; ++n) {
+        settings.setValue(SettingKeys::savedThemes(), themesFor(n));
+        const QByteArray saved = "T " + QByteArray::number(n) + '\n';
+        if (::write(STDOUT_FILENO, saved.constData(), size_t(saved.size())) < 0)
+            return 1;
+        settings.setValue(SettingKeys::activeThemeConfig(), configFor(n));
+        const QByteArray active = "A " + QByteArray::number(n) + '\n';
+        if (::write(STDOUT_FILENO, active.constData(), size_t(active.size())) < 0)
+            return 1;
+    }
+}
+
+/** The last number reported after `tag` in the writer's output, or -1. */
+qint64 lastReported(const QByteArray& output, char tag)
+{
+    const QList<QByteArray> lines = output.split('\n');
+    for (auto it = lines.crbegin(); it != lines.crend(); ++it) {
+        if (it->size() > 2 && it->at(0) == tag && it->at(1) == ' ')
+            return it->mid(2).toLongLong();
+    }
+    return -1;
+}
+
+QByteArray readAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool parsesAsSettings(const QByteArray& text)
+{
+    QJsonParseError error {};
+    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
+    return error.error == QJsonParseError::NoError && document.isObject();
+}
+
+QStringList filesBeside(const QString& path, const QString& pattern)
+{
+    return QDir(QFileInfo(path).absolutePath()).entryList({ pattern }, QDir::Files | QDir::Hidden);
+}
+
+} // namespace
+
+class TestSettingsDurability final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void killedWhileSavingThemes();
+    void unreadableFileIsKeptAndToldOnce();
+    void twoInstancesStartedAtOnce();
+};
+
+void TestSettingsDurability::killedWhileSavingThemes()
+{
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString path = dir.filePath(u"ordalis/settings.json"_s);
+    {
+        SettingsStore settings(path);
+        settings.setValue(SettingKeys::savedThemes(), themesFor(0));
+        settings.setValue(SettingKeys::activeThemeConfig(), configFor(0));
+        settings.setValue(SettingKeys::keyboardVisible(), true);
+    }
+
+    const quint32 seed = QRandomGenerator::system()->generate();
+    qInfo("kill timing seed %u", seed);
+    QRandomGenerator random(seed);
+    qint64 themesBefore = 0;
+    qint64 configBefore = 0;
+    int killedWhileSaving = 0;
+    constexpr int kills = 120;
+    QElapsedTimer total;
+    total.start();
+    for (int round = 1; round <= kills; ++round) {
+        const qint64 first = qint64(round) * 1000000;
+        QProcess writer;
+        writer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        writer.start(QCoreApplication::applicationFilePath(), { u"--write-themes"_s, path, QString::number(first) });
+        QVERIFY(writer.waitForStarted(deadline));
+        // Mostly in the middle of the saves; now and then while it is still starting and reading the file.
+        if (random.bounded(8) != 0) {
+            QVERIFY2(writer.waitForReadyRead(deadline), "the writer never saved");
+            QThread::usleep(random.bounded(60000));
+        } else {
+            QThread::usleep(random.bounded(20000));
+        }
+        ::kill(pid_t(writer.processId()), SIGKILL);
+        QVERIFY(writer.waitForFinished(deadline));
+        QCOMPARE(writer.exitStatus(), QProcess::CrashExit);
+        const QByteArray output = writer.readAllStandardOutput();
+        const qint64 themesSaved = lastReported(output, 'T');
+        const qint64 configSaved = lastReported(output, 'A');
+        if (themesSaved >= 0)
+            ++killedWhileSaving;
+
+        // The file parses, nothing was moved aside, and each key holds the last save that returned or the one
+        // under way.
+        const QString where
+            = u"kill %1 after \"%2\""_s.arg(round).arg(QString::fromLatin1(output.right(24).simplified()));
+        QVERIFY2(parsesAsSettings(readAll(path)), qPrintable(where));
+        QVERIFY2(filesBeside(path, u"*unreadable*"_s).isEmpty(), qPrintable(where));
+        SettingsStore settings(path);
+        const qint64 themes = themesNumber(settings.value(SettingKeys::savedThemes()));
+        const qint64 config = configNumber(settings.value(SettingKeys::activeThemeConfig()));
+        const QList<qint64> themesAllowed
+            = themesSaved < 0 ? QList<qint64> { themesBefore, first } : QList<qint64> { themesSaved, themesSaved + 1 };
+        const QList<qint64> configAllowed
+            = configSaved < 0 ? QList<qint64> { configBefore, first } : QList<qint64> { configSaved, configSaved + 1 };
+        QVERIFY2(themesAllowed.contains(themes), qPrintable(where + u": theme list of save %1"_s.arg(themes)));
+        QVERIFY2(configAllowed.contains(config), qPrintable(where + u": active theme of save %1"_s.arg(config)));
+        QCOMPARE(settings.value(SettingKeys::keyboardVisible()), true);
+        themesBefore = themes;
+        configBefore = config;
+    }
+    // Lock files must not pile up beside the settings: QSettings's lock may stay behind a killed writer, and the
+    // next save takes it over. A kill between QSaveFile's giving its temporary file a name and renaming it leaves
+    // that file (about one kill in a hundred); more than a few would mean that every save leaves one.
+    QStringList left = filesBeside(path, u"*"_s);
+    left.removeOne(u"settings.json.lock"_s);
+    static const QRegularExpression saveFileTemporary(u"^settings\\.json\\.[A-Za-z0-9]{6}$"_s);
+    const qsizetype temporaries
+        = left.removeIf([](const QString& name) { return saveFileTemporary.match(name).hasMatch(); });
+    QVERIFY2(left == QStringList { u"settings.json"_s }, qPrintable(left.join(u", "_s)));
+    QVERIFY2(temporaries <= 4, qPrintable(u"%1 temporary files left"_s.arg(temporaries)));
+    qInfo("%d kills, %d of them in the middle of saving, %lld temporary files left, %lld ms", kills, killedWhileSaving,
+        qlonglong(temporaries), total.elapsed());
+}
+
+void TestSettingsDurability::unreadableFileIsKeptAndToldOnce()
+{
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString path = dir.filePath(u"settings.json"_s);
+    const QByteArray broken = "{\"savedThemes\": [\"{\\\"id\\\": tru";
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(broken);
+    }
+
+    const QRegularExpression told(u"settings file .*settings\\.json could not be read.*unreadable-\\d{8}-\\d{6}"_s);
+    QTest::ignoreMessage(QtWarningMsg, told);
+    QTest::failOnWarning(told);
+    {
+        SettingsStore settings(path);
+        QCOMPARE(settings.value(SettingKeys::savedThemes()), builtInThemes());
+        QCOMPARE(settings.value(SettingKeys::activeThemeConfig()), defaultThemeConfig());
+        settings.setValue(SettingKeys::keyboardVisible(), true);
+        settings.setValue(SettingKeys::launchAtLogin(), true);
+        settings.reload();
+    }
+    const QStringList aside = filesBeside(path, u"settings.json.unreadable-*"_s);
+    QCOMPARE(aside.size(), 1);
+    QCOMPARE(readAll(QFileInfo(path).absolutePath() + u'/' + aside.first()), broken);
+    QVERIFY(parsesAsSettings(readAll(path)));
+
+    // The next start finds a good file and says nothing.
+    SettingsStore again(path);
+    QCOMPARE(again.value(SettingKeys::keyboardVisible()), true);
+}
+
+void TestSettingsDurability::twoInstancesStartedAtOnce()
+{
+#ifndef ORDALIS_BINARY
+    QSKIP("built without the program");
+#else
+    QTemporaryDir home;
+    QVERIFY(home.isValid());
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"HOME"_s, home.path());
+    env.insert(u"XDG_CONFIG_HOME"_s, home.filePath(u"config"_s));
+    env.insert(u"XDG_RUNTIME_DIR"_s, home.filePath(u"run"_s));
+    env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    QVERIFY(QDir().mkpath(home.filePath(u"run"_s)));
+    QFile::setPermissions(
+        home.filePath(u"run"_s), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    const QString settingsPath = home.filePath(u"config/ordalis/settings.json"_s);
+
+    // The race is between asking for a running instance and listening: starts at the same moment hit it or not,
+    // so four at a time are tried a number of times.
+    constexpr int together = 4;
+    for (int round = 1; round <= 25; ++round) {
+        std::vector<Program> starts;
+        for (int i = 0; i < together; ++i) {
+            starts.emplace_back(new QProcess);
+            starts.back()->setProcessEnvironment(env);
+            starts.back()->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        }
+        for (const Program& process : starts)
+            process->start(QStringLiteral(ORDALIS_BINARY), {});
+        for (const Program& process : starts)
+            QVERIFY(process->waitForStarted(deadline));
+
+        // All but one hand over to that one and end; it stays.
+        const auto running = [&] {
+            return std::count_if(starts.cbegin(), starts.cend(),
+                [](const Program& process) { return process->state() != QProcess::NotRunning; });
+        };
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            running() == 1, qPrintable(u"round %1: %2 instances stay"_s.arg(round).arg(running())), deadline);
+        for (const Program& process : starts) {
+            if (process->state() == QProcess::NotRunning) {
+                QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+                QCOMPARE(process->exitCode(), 0);
+            }
+        }
+
+        // The one that stayed is the one a later start finds.
+        QProcess later;
+        later.setProcessEnvironment(env);
+        later.start(QStringLiteral(ORDALIS_BINARY), {});
+        QVERIFY(later.waitForFinished(deadline));
+        QCOMPARE(later.exitCode(), 0);
+        QCOMPARE(running(), 1);
+
+        starts.clear();
+        QVERIFY2(parsesAsSettings(readAll(settingsPath)), qPrintable(u"round %1"_s.arg(round)));
+        QVERIFY(filesBeside(settingsPath, u"*unreadable*"_s).isEmpty());
+    }
+#endif
+}
+
+int main(int argc, char** argv)
+{
+    if (argc == 4 && std::strcmp(argv[1], "--write-themes") == 0) {
+        QCoreApplication app(argc, argv);
+        return writeThemes(QString::fromLocal8Bit(argv[2]), QByteArray(argv[3]).toLongLong());
+    }
+    QCoreApplication app(argc, argv);
+    TestSettingsDurability test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "testsettingsdurability.moc"
