@@ -48,6 +48,8 @@ void TestCommandLine::parses_data()
                                          << int(Kind::theme) << u"Dark Beige"_s;
     QTest::newRow("--theme=") << QStringList { u"--theme=Black"_s } << int(Mode::command) << int(Kind::theme)
                               << u"Black"_s;
+    QTest::newRow("--show measuring") << QStringList { u"--show"_s, u"--latency-report"_s, u"r.txt"_s }
+                                      << int(Mode::command) << int(Kind::show) << QString();
     // What QApplication used to take before the options were read is still left to it.
     QTest::newRow("Qt options passed over")
         << QStringList { u"-platform"_s, u"offscreen"_s, u"--show"_s, u"-style=fusion"_s, u"-reverse"_s }
@@ -63,6 +65,7 @@ void TestCommandLine::parses()
     const CommandLine::Parsed parsed = CommandLine::parse(QStringList { u"/usr/bin/ordalis"_s } + arguments);
     QVERIFY2(parsed.ok(), qPrintable(parsed.error));
     QCOMPARE(int(parsed.invocation.mode), mode);
+    QCOMPARE(parsed.invocation.latencyReport, arguments.contains(u"--latency-report"_s) ? arguments.last() : QString());
     if (parsed.invocation.mode == Mode::command) {
         QCOMPARE(int(parsed.invocation.command.kind), kind);
         QCOMPARE(parsed.invocation.command.argument, argument);
@@ -91,6 +94,10 @@ void TestCommandLine::rejects_data()
     QTest::newRow("too many pixels") << QStringList { u"--render=a.png"_s, u"--width=9000"_s, u"--scale=2"_s }
                                      << u"18000"_s;
     QTest::newRow("no such colour") << QStringList { u"--render=a.png"_s, u"--background=blurple"_s } << u"blurple"_s;
+    QTest::newRow("latency report with a command that starts nothing")
+        << QStringList { u"--hide"_s, u"--latency-report=r.txt"_s } << u"only when starting"_s;
+    QTest::newRow("latency report while rendering")
+        << QStringList { u"--render=a.png"_s, u"--latency-report=r.txt"_s } << u"only when starting"_s;
     QTest::newRow("no such key") << QStringList { u"--render=a.png"_s, u"--keys=a,hyper"_s }
                                  << u"no key is named \"hyper\"; key names: escape, f1"_s;
 }

@@ -5,6 +5,7 @@
 #include "app/settingsstore.h"
 #include "input/keyboardmonitor.h"
 #include "keyboard/keyboardscene.h"
+#include "keyboard/keycapview.h"
 #include "keyboard/keypressanimator.h"
 
 #include <QImage>
@@ -137,6 +138,34 @@ private slots:
         f.clock.advance(0.1);
         f.monitor.handleKeyUp(keyA);
         QCOMPARE(f.clock.pendingJobCount(), 0);
+        QVERIFY(near(f.faceColour(f.render(), keyA), f.rest()));
+    }
+
+    void pressesAreDrawnInSteps()
+    {
+        QCOMPARE(KeyCapView::pressStep(0.0), 0);
+        QCOMPARE(KeyCapView::pressStep(qQNaN()), 0);
+        QCOMPARE(KeyCapView::pressStep(1e-6), 1);
+        QCOMPARE(KeyCapView::pressStep(1.0 / 12), 1);
+        QCOMPARE(KeyCapView::pressStep(0.5), 6);
+        QCOMPARE(KeyCapView::pressStep(0.9999), KeyCapView::pressSteps);
+        QCOMPARE(KeyCapView::pressStep(1.0), KeyCapView::pressSteps);
+
+        Fixture f;
+        // A press that has only just begun already shows on the first paint.
+        f.monitor.handleKeyDown(keyA);
+        f.clock.advance(0.0005);
+        QVERIFY(!near(f.faceColour(f.render(), keyA), f.rest()));
+        f.clock.advance(0.1);
+
+        // A slow fade runs 180 frames, but the key is repainted only when it reaches another step.
+        f.settings.setValue(SettingKeys::glowDecay(), 3.0);
+        QSignalSpy updates(&f.scene, &KeyboardScene::updateRequested);
+        f.monitor.handleKeyUp(keyA);
+        for (int frame = 0; frame < 200; ++frame)
+            f.clock.advance(1 / 60.0);
+        QCOMPARE(f.clock.pendingJobCount(), 0);
+        QVERIFY2(updates.count() <= KeyCapView::pressSteps + 1, qPrintable(QString::number(updates.count())));
         QVERIFY(near(f.faceColour(f.render(), keyA), f.rest()));
     }
 

@@ -200,6 +200,19 @@ void TestPrivacyMonitor::aScanSeesProcessesComeAndGo()
     QVERIFY(!source.isRecording());
 
     QVERIFY(!RecorderProcessSource(proc.filePath(u"missing"_s)).isRecording());
+
+    // A process of another name is not read again until a full scan; a new process is read at once.
+    QVERIFY(makeProcTree(proc.path(), { u"200=gnome-shell: gnome-shell"_s }));
+    QVERIFY(!source.isRecording());
+    QVERIFY(makeProcTree(proc.path(), { u"200=obs: obs"_s }));
+    int scans = 1;
+    while (!source.isRecording())
+        ++scans;
+    QVERIFY2(scans > 1 && scans <= RecorderProcessSource::fullScanEvery, qPrintable(QString::number(scans)));
+    QVERIFY(QDir(proc.filePath(u"200"_s)).removeRecursively());
+    QVERIFY(!source.isRecording());
+    QVERIFY(makeProcTree(proc.path(), { u"200=obs: obs"_s }));
+    QVERIFY(source.isRecording());
 }
 
 void TestPrivacyMonitor::aRealProcessIsSeen()

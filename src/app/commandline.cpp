@@ -162,6 +162,7 @@ Parsed parse(const QStringList& arguments)
         QCommandLineOption(u"scale"_s, {}, u"ratio"_s),
         QCommandLineOption(u"keys"_s, {}, u"names"_s),
         QCommandLineOption(u"background"_s, {}, u"colour"_s),
+        QCommandLineOption(u"latency-report"_s, {}, u"file"_s),
     });
 
     Parsed result;
@@ -217,6 +218,20 @@ Parsed parse(const QStringList& arguments)
         result.error = u"%1 cannot be used together: give one of --show, --hide, --toggle, --settings, --theme, "
                        u"--quit and --render"_s.arg(given.join(u" and "_s));
         return result;
+    }
+
+    if (parser.isSet(u"latency-report"_s)) {
+        const RemoteCommand::Kind kind = result.invocation.command.kind;
+        const bool starts = result.invocation.mode == Invocation::Mode::start
+            || (result.invocation.mode == Invocation::Mode::command && kind != RemoteCommand::Kind::hide
+                && kind != RemoteCommand::Kind::quit);
+        if (!starts) {
+            result.error = u"--latency-report is used only when starting Ordalis"_s;
+            return result;
+        }
+        result.invocation.latencyReport = singleValue(parser, u"latency-report"_s, result.error);
+        if (result.invocation.latencyReport.isEmpty() && result.error.isEmpty())
+            result.error = u"--latency-report needs the name of the file to write"_s;
     }
 
     if (rendering) {
@@ -285,6 +300,11 @@ Drawing the keyboard into a PNG picture (needs no display):
                    lists them all.
   --background C   Fills behind the keyboard with C (a name such as white, #rrggbb or #aarrggbb);
                    transparent by default.
+
+Measuring:
+  --latency-report F  When this starts Ordalis: measures the time from each key press reaching Ordalis to the
+                   end of the repaint that shows it, and writes a summary (count, p50, p99, max) to F on
+                   quitting. Only times are kept, never keys.
 
   -h, --help       Shows this help.
   -v, --version    Shows the version.

@@ -67,6 +67,11 @@ struct Invocation
     RemoteCommand command;
     /** For Mode::render. */
     RenderOptions render;
+    /**
+     * --latency-report FILE (for measuring, off by default): when this start runs Ordalis, it measures how long
+     * each key press takes to show and writes a summary to FILE when it quits.
+     */
+    QString latencyReport;
 };
 
 struct Parsed

@@ -6,8 +6,10 @@
 #include "app/renderer.h"
 #include "app/settingsstore.h"
 #include "app/singleinstance.h"
+#include "input/latencyprobe.h"
 
 #include <QApplication>
+#include <QSaveFile>
 
 #include <cstdio>
 
@@ -58,6 +60,17 @@ int render(const CommandLine::RenderOptions& options, char* program)
     return KeyboardRenderer::run(options, SettingsStore::defaultFilePath());
 }
 
+/** Writes the probe's summary, one line, to `path`. */
+bool writeLatencyReport(const LatencyProbe& probe, const QString& path)
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
+        return false;
+    file.write(LatencyProbe::describe(LatencyProbe::summarize(probe.samples())).toUtf8() + '\n');
+    file.write(QByteArray("window repaints: ") + QByteArray::number(qulonglong(probe.frames())) + '\n');
+    return file.commit();
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -95,8 +108,13 @@ int main(int argc, char* argv[])
     // After "quit", wait until that instance has ended, so that a start right after finds none.
     const SingleInstance::Answer answer
         = SingleInstance::ask(serverName, request, command && kind == RemoteCommand::Kind::quit);
-    if (answer.reached())
+    if (answer.reached()) {
+        if (!invocation.latencyReport.isEmpty()) {
+            complain(u"Ordalis is already running; --latency-report measures only an Ordalis this command starts"_s);
+            return CommandLine::exitFailure;
+        }
         return reportAnswer(answer);
+    }
     if (command && (kind == RemoteCommand::Kind::hide || kind == RemoteCommand::Kind::quit))
         return CommandLine::exitSuccess;
     if (command && kind == RemoteCommand::Kind::theme) {
@@ -125,7 +143,13 @@ int main(int argc, char* argv[])
         options.themeName = invocation.command.argument;
     options.showKeyboard = command && (kind == RemoteCommand::Kind::show || kind == RemoteCommand::Kind::toggle);
     options.openSettings = command && kind == RemoteCommand::Kind::settings;
+    LatencyProbe probe;
+    if (!invocation.latencyReport.isEmpty())
+        LatencyProbe::setActive(&probe);
     Application ordalis(options);
     instance.setHandler([&ordalis](const RemoteCommand& remote) { return ordalis.remoteControl().run(remote); });
-    return QApplication::exec();
+    const int status = QApplication::exec();
+    if (!invocation.latencyReport.isEmpty() && !writeLatencyReport(probe, invocation.latencyReport))
+        complain(u"could not write the latency report to %1"_s.arg(invocation.latencyReport));
+    return status;
 }

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string_view>
 
@@ -152,39 +153,61 @@ bool RecorderProcessSource::isRecording()
         return false;
     if (m_buffer.size() < bufferSize)
         m_buffer.resize(bufferSize);
+    const bool full = m_scan++ % fullScanEvery == 0;
+    if (full)
+        m_plain.clear();
+    m_nextPlain.clear();
     bool found = false;
     while (!found) {
         const dirent* const entry = ::readdir(dir);
         if (entry == nullptr)
             break;
-        if (isPid(entry->d_name))
-            found = isRecordingProcess(::dirfd(dir), entry->d_name);
+        if (!isPid(entry->d_name))
+            continue;
+        const long pid = std::strtol(entry->d_name, nullptr, 10);
+        if (std::binary_search(m_plain.begin(), m_plain.end(), pid)) {
+            m_nextPlain.push_back(pid);
+            continue;
+        }
+        switch (judge(::dirfd(dir), entry->d_name)) {
+        case Verdict::recorder:
+            found = true;
+            break;
+        case Verdict::plain:
+            m_nextPlain.push_back(pid);
+            break;
+        case Verdict::other:
+            break;
+        }
     }
     ::closedir(dir);
+    // Processes that ended drop out; those after a recorder that was found are read again next time.
+    std::sort(m_nextPlain.begin(), m_nextPlain.end());
+    std::swap(m_plain, m_nextPlain);
     return found;
 }
 
-bool RecorderProcessSource::isRecordingProcess(int procFd, const char* pid)
+RecorderProcessSource::Verdict RecorderProcessSource::judge(int procFd, const char* pid)
 {
     // A PID has at most 10 digits, so the path always fits.
     std::array<char, 32> path {};
     std::snprintf(path.data(), path.size(), "%s/comm", pid);
     auto comm = readEntry(procFd, path.data(), m_buffer.data(), commLength + 1);
     if (!comm)
-        return false;
+        return Verdict::other;
     if (comm->ends_with('\n'))
         comm->remove_suffix(1);
     if (isRecorderName(*comm))
-        return true;
+        return Verdict::recorder;
 
     const bool grabber = isOneOf(*comm, grabberComms);
     if (!grabber && !isInterpreter(*comm))
-        return false;
+        return Verdict::plain;
     std::snprintf(path.data(), path.size(), "%s/cmdline", pid);
     const auto cmdline = readEntry(procFd, path.data(), m_buffer.data(), m_buffer.size());
     if (!cmdline)
-        return false;
-    return grabber ? grabsScreen(*cmdline) : runsRecorderScript(*cmdline);
+        return Verdict::other;
+    return (grabber ? grabsScreen(*cmdline) : runsRecorderScript(*cmdline)) ? Verdict::recorder : Verdict::other;
 }
 
 void CombinedRecordingSource::add(std::unique_ptr<RecordingSource> source)

@@ -43,12 +43,32 @@ public:
 
     bool isRecording() override;
 
+    /**
+     * Every this many scans, each process is looked at again. In between, a process whose name can make it neither
+     * a recorder nor a screen grabber nor a recorder's script is not read again: it could only become one by
+     * starting another program in its place, and a program started the usual way (fork, then exec) is seen under
+     * its own name by every scan but one that falls in the microseconds between the two.
+     */
+    static constexpr int fullScanEvery = 8;
+
 private:
-    bool isRecordingProcess(int procFd, const char* pid);
+    enum class Verdict
+    {
+        recorder,
+        /** Cannot be a recorder under its current name. */
+        plain,
+        /** Not recording now; its command line decides another time. */
+        other,
+    };
+    Verdict judge(int procFd, const char* pid);
 
     QByteArray m_procRoot;
     // Kept between polls so a scan allocates nothing.
     std::vector<char> m_buffer;
+    // Sorted PIDs found plain by the last scans, and those of the scan under way.
+    std::vector<long> m_plain;
+    std::vector<long> m_nextPlain;
+    int m_scan = 0;
 };
 
 /** True when any of its sources is; one that throws counts as false and the others are still asked. */

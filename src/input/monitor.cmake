@@ -5,4 +5,5 @@ target_sources(ordalis_core PRIVATE
     ${CMAKE_CURRENT_SOURCE_DIR}/input/inputbackend.h
     ${CMAKE_CURRENT_SOURCE_DIR}/input/keyboardmonitor.h ${CMAKE_CURRENT_SOURCE_DIR}/input/keyboardmonitor.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/input/hotkeymanager.h ${CMAKE_CURRENT_SOURCE_DIR}/input/hotkeymanager.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/input/latencyprobe.h ${CMAKE_CURRENT_SOURCE_DIR}/input/latencyprobe.cpp
 )

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "input/x11backend.h"
 
+#include "input/latencyprobe.h"
+
 #include <QAbstractNativeEventFilter>
 #include <QByteArray>
 #include <QGuiApplication>
@@ -298,6 +300,8 @@ bool X11Backend::handleEvent(const void* message)
             return false;
         // Keeps the order of events: a held-back core release happened before this.
         applyPendingRelease();
+        if (LatencyProbe* probe = LatencyProbe::active(); probe && generic->event_type == XCB_INPUT_RAW_KEY_PRESS)
+            probe->pressArrived();
         m_x->keyboard = raw->deviceid;
         m_processor.processKey(int(raw->detail) - evdevKeycodeOffset,
             generic->event_type == XCB_INPUT_RAW_KEY_PRESS ? KeyEventProcessor::Action::press

@@ -66,6 +66,8 @@ struct KeyboardScene::Private
     KeyCapView caps;
     KeyPressAnimator animator;
     Clock::JobHandle frameJob = 0;
+    // The press step each animating key was last repainted for; a frame that would draw the same step is skipped.
+    QHash<KeyCode, int> requestedStep;
 
     std::optional<ThemeConfig> fixedConfig;
     ThemeConfig config;
@@ -236,6 +238,8 @@ void KeyboardScene::keyChanged(KeyCode code, bool down)
         return;
     const double decay = down ? 0.0 : d->settings.value(SettingKeys::glowDecay());
     d->animator.setPressed(code, down, decay);
+    // Drawn at once: by the time it is painted, a press has begun to show.
+    d->requestedStep.insert(code, KeyCapView::pressStep(d->animator.progress(code)));
     emit updateRequested(d->keys[d->index.value(code)].bounds);
     scheduleFrame();
 }
@@ -246,11 +250,21 @@ void KeyboardScene::scheduleFrame()
         return;
     d->frameJob = d->clock.schedule(frameInterval, this, [this] {
         d->frameJob = 0;
-        for (KeyCode code : d->animator.takeAnimatingKeys()) {
+        const QList<KeyCode> animating = d->animator.takeAnimatingKeys();
+        for (KeyCode code : animating) {
             const auto it = d->index.constFind(code);
-            if (it != d->index.cend())
-                emit updateRequested(d->keys[*it].bounds);
+            if (it == d->index.cend())
+                continue;
+            const int step = KeyCapView::pressStep(d->animator.progress(code));
+            const auto last = d->requestedStep.constFind(code);
+            if (last != d->requestedStep.cend() && *last == step)
+                continue;
+            d->requestedStep.insert(code, step);
+            emit updateRequested(d->keys[*it].bounds);
         }
+        // Keys that came to rest or to full light need no record.
+        if (!d->animator.isAnimating())
+            d->requestedStep.clear();
         scheduleFrame();
     });
 }

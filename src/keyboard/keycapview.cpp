@@ -19,6 +19,8 @@ namespace {
 
 constexpr qint64 labelCacheBytes = 8 * 1024 * 1024;
 constexpr qint64 restCapCacheBytes = 24 * 1024 * 1024;
+// About thirty keys in every step at the default size: most of what ordinary typing presses.
+constexpr qint64 pressedCapCacheBytes = 8 * 1024 * 1024;
 
 qint64 milli(double v)
 {
@@ -80,7 +82,7 @@ QString lowerLabel(const KeyDef& key)
 size_t qHash(const KeyCapView::RestKey& key, size_t seed) noexcept
 {
     return qHashMulti(seed, quintptr(key.key), key.xMilli, key.yMilli, key.widthMilli, key.heightMilli, key.dprMilli,
-        key.functionRow, key.lightOn);
+        key.functionRow, key.lightOn, key.step);
 }
 
 size_t qHash(const KeyCapView::LabelKey& key, size_t seed) noexcept
@@ -148,6 +150,15 @@ QColor KeyCapView::shadowColour(const ShadowConfig& shadow)
     return HsbColor { shadow.hue, shadow.saturation, shadow.brightness, shadow.opacity }.toQColor();
 }
 
+int KeyCapView::pressStep(double progress)
+{
+    if (!(progress > 0))
+        return 0;
+    if (progress >= 1)
+        return pressSteps;
+    return std::clamp(int(std::ceil(progress * pressSteps - 1e-9)), 1, pressSteps);
+}
+
 bool KeyCapView::hasInnerShadow(const ThemeStyle& style)
 {
     return style.innerShadowConfig.radius > 0 && style.innerShadowConfig.opacity > 0;
@@ -180,6 +191,7 @@ KeyCapView::KeyCapView(SymbolIcons& symbols, ShadowCache& shadows)
     , m_shadows(shadows)
     , m_labels(labelCacheBytes)
     , m_restCaps(restCapCacheBytes)
+    , m_pressedCaps(pressedCapCacheBytes)
 {
 }
 
@@ -187,6 +199,7 @@ void KeyCapView::clearCache()
 {
     m_labels.clear();
     m_restCaps.clear();
+    m_pressedCaps.clear();
 }
 
 void KeyCapView::paint(QPainter& painter, const KeyPlacement& placement, const ThemeStyle& style, double unitSize,
@@ -196,13 +209,13 @@ void KeyCapView::paint(QPainter& painter, const KeyPlacement& placement, const T
         return;
     const double p = std::clamp(std::isfinite(progress) ? progress : 0.0, 0.0, 1.0);
     const qreal dpr = painter.device()->devicePixelRatioF();
-    if (p > 0 || !painter.transform().isIdentity() || !(dpr > 0)) {
+    if (!painter.transform().isIdentity() || !(dpr > 0)) {
         paintLive(painter, placement, style, unitSize, p, capsLockOn, dpr);
         return;
     }
 
-    // Caps at rest are drawn once into an image aligned to the device pixels, shadow included, and copied from
-    // then on: a full frame is one copy per key.
+    // Caps are drawn once per step into an image aligned to the device pixels, shadow included, and copied from
+    // then on: a full frame is one copy per key, and so is each frame of a press.
     const QRectF bounds = paintedBounds(placement.rect, style);
     const QPointF origin(std::floor(bounds.left() * dpr) / dpr, std::floor(bounds.top() * dpr) / dpr);
     const QSize sizePx(int(std::ceil((bounds.right() - origin.x()) * dpr)), int(std::ceil((bounds.bottom() - origin.y()) * dpr)));
@@ -212,8 +225,10 @@ void KeyCapView::paint(QPainter& painter, const KeyPlacement& placement, const T
     }
     const RestKey key { placement.key, milli(placement.rect.x()), milli(placement.rect.y()),
         milli(placement.rect.width()), milli(placement.rect.height()), milli(dpr), placement.isFunctionRow,
-        capsLockOn && labelRule(*placement.key, placement.isFunctionRow) == LabelRule::capsLock };
-    const QImage* cached = m_restCaps.object(key);
+        capsLockOn && labelRule(*placement.key, placement.isFunctionRow) == LabelRule::capsLock,
+        pressStep(p) };
+    QCache<RestKey, QImage>& cache = key.step == 0 ? m_restCaps : m_pressedCaps;
+    const QImage* cached = cache.object(key);
     if (cached == nullptr) {
         auto* image = new QImage(sizePx, QImage::Format_ARGB32_Premultiplied);
         image->fill(Qt::transparent);
@@ -221,10 +236,10 @@ void KeyCapView::paint(QPainter& painter, const KeyPlacement& placement, const T
         {
             QPainter imagePainter(image);
             imagePainter.translate(-origin);
-            paintLive(imagePainter, placement, style, unitSize, 0.0, capsLockOn, dpr);
+            paintLive(imagePainter, placement, style, unitSize, double(key.step) / pressSteps, capsLockOn, dpr);
         }
-        m_restCaps.insert(key, image, std::max<qint64>(image->sizeInBytes(), 1));
-        cached = m_restCaps.object(key);
+        cache.insert(key, image, std::max<qint64>(image->sizeInBytes(), 1));
+        cached = cache.object(key);
         if (cached == nullptr)
             return;
     }

@@ -38,7 +38,7 @@ enum class LabelRule {
  * in between.
  *
  * Shadows come from a ShadowCache and labels are rendered once per key and size into cached images; a cap at rest
- * is kept whole as one image, so it costs a single copy. The caches hold one theme: clearCache() when it changes.
+ * is kept whole as one image, so it costs a single copy; so is each step of a press (pressSteps). The caches hold one theme: clearCache() when it changes.
  * Main thread only.
  */
 class KeyCapView
@@ -46,6 +46,14 @@ class KeyCapView
 public:
     /** Scale of a fully pressed cap about its centre. */
     static constexpr double pressedScale = 0.95;
+    /**
+     * Frames of a press drawn between rest and fully lit: a progress is drawn at the next of these steps up, so that
+     * each step of each cap is drawn once and copied from then on, and a press that has just begun already shows.
+     * A step changes the colour by a twelfth of the way and the size by less than half a pixel at ordinary sizes.
+     */
+    static constexpr int pressSteps = 12;
+    /** The step `progress` (0 to 1) is drawn at: 0 only at rest, pressSteps only fully lit. */
+    static int pressStep(double progress);
     /** The lock light when Caps Lock is on: the toolkit's standard green. */
     static QColor capsLockLightColour() { return QColor(52, 199, 89); }
 
@@ -98,6 +106,8 @@ private:
         qint64 dprMilli;
         bool functionRow;
         bool lightOn;
+        /** 0 at rest, pressSteps fully lit. */
+        int step;
         friend bool operator==(const RestKey&, const RestKey&) = default;
     };
     friend size_t qHash(const RestKey& key, size_t seed) noexcept;
@@ -114,4 +124,6 @@ private:
     QCache<LabelKey, QImage> m_labels;
     // Whole caps at rest, shadows included, for the current theme and layout.
     QCache<RestKey, QImage> m_restCaps;
+    // The same for the steps of a press; kept apart, so that pressing many keys never pushes out caps at rest.
+    QCache<RestKey, QImage> m_pressedCaps;
 };

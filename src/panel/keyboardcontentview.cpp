@@ -3,6 +3,8 @@
 
 #include "app/settingkeys.h"
 #include "app/settingsstore.h"
+#include "input/keyboardmonitor.h"
+#include "input/latencyprobe.h"
 #include "keyboard/keyboardscene.h"
 #include "panel/keyboardpanel.h"
 #include "panel/panelactions.h"
@@ -34,6 +36,13 @@ KeyboardContentView::KeyboardContentView(KeyboardPanel* panel, SettingsStore& se
             update(rect.toAlignedRect());
     });
     connect(m_scene, &KeyboardScene::layoutChanged, this, [this] { update(); });
+    // Connected after the scene, which asks for the repaint of a key first.
+    if (LatencyProbe::active() && monitor) {
+        connect(monitor, &KeyboardMonitor::keyChanged, this, [](KeyCode, bool down) {
+            if (LatencyProbe* probe = LatencyProbe::active(); probe && down)
+                probe->keyShown();
+        });
+    }
 }
 
 KeyboardContentView::~KeyboardContentView() = default;
@@ -55,6 +64,8 @@ void KeyboardContentView::paintEvent(QPaintEvent* event)
         return;
     QPainter painter(this);
     m_scene->paint(painter, QRectF(event->rect()));
+    if (LatencyProbe* probe = LatencyProbe::active())
+        probe->keyboardPainted();
 }
 
 void KeyboardContentView::resizeEvent(QResizeEvent* event)

@@ -3,6 +3,7 @@
 
 #include "app/settingkeys.h"
 #include "app/settingsstore.h"
+#include "input/latencyprobe.h"
 #include "keyboard/keyboardscene.h"
 #include "keyboard/keyshape.h"
 #include "panel/hovertrackingview.h"
@@ -217,6 +218,17 @@ void KeyboardPanel::followWindowSystem()
         setFrame(QRectF(actual));
     else
         setFrameOrigin(QPointF(actual.topLeft()));
+}
+
+bool KeyboardPanel::event(QEvent* event)
+{
+    if (event->type() != QEvent::UpdateRequest)
+        return QWidget::event(event);
+    // The window paints what changed and hands it to the display while this event is handled.
+    const bool handled = QWidget::event(event);
+    if (LatencyProbe* probe = LatencyProbe::active())
+        probe->frameFinished();
+    return handled;
 }
 
 void KeyboardPanel::moveEvent(QMoveEvent* event)

@@ -111,6 +111,7 @@ signals:
     void clickThroughChanged(bool clickThrough);
 
 protected:
+    bool event(QEvent* event) override;
     void moveEvent(QMoveEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void showEvent(QShowEvent* event) override;
