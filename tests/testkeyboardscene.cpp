@@ -146,8 +146,8 @@ private slots:
         QCOMPARE(KeyCapView::pressStep(0.0), 0);
         QCOMPARE(KeyCapView::pressStep(qQNaN()), 0);
         QCOMPARE(KeyCapView::pressStep(1e-6), 1);
-        QCOMPARE(KeyCapView::pressStep(1.0 / 12), 1);
-        QCOMPARE(KeyCapView::pressStep(0.5), 6);
+        QCOMPARE(KeyCapView::pressStep(1.0 / KeyCapView::pressSteps), 1);
+        QCOMPARE(KeyCapView::pressStep(0.5), KeyCapView::pressSteps / 2);
         QCOMPARE(KeyCapView::pressStep(0.9999), KeyCapView::pressSteps);
         QCOMPARE(KeyCapView::pressStep(1.0), KeyCapView::pressSteps);
 

@@ -19,8 +19,8 @@ namespace {
 
 constexpr qint64 labelCacheBytes = 8 * 1024 * 1024;
 constexpr qint64 restCapCacheBytes = 24 * 1024 * 1024;
-// About thirty keys in every step at the default size: most of what ordinary typing presses.
-constexpr qint64 pressedCapCacheBytes = 8 * 1024 * 1024;
+// Every step of about fifty keys at the default size: more than ordinary typing presses.
+constexpr qint64 pressedCapCacheBytes = 10 * 1024 * 1024;
 
 qint64 milli(double v)
 {

@@ -49,9 +49,9 @@ public:
     /**
      * Frames of a press drawn between rest and fully lit: a progress is drawn at the next of these steps up, so that
      * each step of each cap is drawn once and copied from then on, and a press that has just begun already shows.
-     * A step changes the colour by a twelfth of the way and the size by less than half a pixel at ordinary sizes.
+     * A step changes the colour by an eighth of the way and the size by less than half a pixel at ordinary sizes.
      */
-    static constexpr int pressSteps = 12;
+    static constexpr int pressSteps = 8;
     /** The step `progress` (0 to 1) is drawn at: 0 only at rest, pressSteps only fully lit. */
     static int pressStep(double progress);
     /** The lock light when Caps Lock is on: the toolkit's standard green. */
