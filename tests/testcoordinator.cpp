@@ -14,8 +14,10 @@
 #include "panel/keyboardpanel.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QFile>
 #include <QMessageBox>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QTemporaryDir>
@@ -104,6 +106,7 @@ private slots:
     void visibilityAndTrayAtStart();
     void accessIsAskedForUntilGranted();
     void accessThatCannotComeIsNotPolled();
+    void anUnreadableSettingsFileIsExplainedOnce();
     void shutdownStopsEverything();
     void settingsWindowIsAnOrdinaryWindow();
     void updateResultsShownWhenWorthIt();
@@ -288,6 +291,47 @@ void TestCoordinator::visibilityAndTrayAtStart()
     // Without a tray the keyboard is the only way in, so it shows whatever was stored.
     restart(false);
     QVERIFY(m_app->isVisible());
+}
+
+void TestCoordinator::anUnreadableSettingsFileIsExplainedOnce()
+{
+    // Found while the store is made, before the coordinator exists; said beside the access help, not instead.
+    m_backend->state = InputBackend::Access::denied;
+    const QString path = m_dir->filePath(u"settings.json"_s);
+    m_settings.reset();
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("{ not json");
+    file.close();
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"could not be read"_s));
+    m_settings = std::make_unique<SettingsStore>(path);
+    const QString movedTo = m_settings->movedAsideFile();
+    QVERIFY(QFile::exists(movedTo));
+
+    start(false);
+    QCOMPARE(openMessages().size(), 2);
+    const auto mentions = [](const QString& text) {
+        return std::ranges::count_if(
+            openMessages(), [&text](const QMessageBox* box) { return box->informativeText().contains(text); });
+    };
+    QCOMPARE(mentions(QDir::toNativeSeparators(movedTo)), 1);
+    QCOMPARE(mentions(u"sudo usermod"_s), 1);
+
+    // The same file is not mentioned again (only the access help is); a file spoilt while running is.
+    closeMessages();
+    restart(false);
+    QCOMPARE(openMessages().size(), 1);
+    QCOMPARE(mentions(u"sudo usermod"_s), 1);
+    closeMessages();
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[[[");
+    file.close();
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"could not be read"_s));
+    m_settings->reload();
+    QTRY_COMPARE(openMessages().size(), 1);
+    QVERIFY(m_settings->movedAsideFile() != movedTo);
+    QVERIFY(openMessages().constFirst()->informativeText().contains(
+        QDir::toNativeSeparators(m_settings->movedAsideFile())));
 }
 
 void TestCoordinator::accessIsAskedForUntilGranted()

@@ -15,6 +15,7 @@
 #include "ui/settingswindow.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QMessageBox>
 #include <QSystemTrayIcon>
 #include <QUrl>
@@ -97,6 +98,10 @@ void AppDelegate::start()
             "Ordalis: no system tray is available; the keyboard is shown instead, and its right-click menu has "
             "the tray menu's items.\n");
 
+    connect(&m_settings, &SettingsStore::unreadableFileMovedAside, this, &AppDelegate::explainUnreadableSettings);
+    if (!m_settings.movedAsideFile().isEmpty())
+        explainUnreadableSettings(m_settings.movedAsideFile());
+
     checkAccess();
     scheduleRecordingCheck();
 
@@ -159,6 +164,21 @@ void AppDelegate::explainAccess()
         m_menuBar->trayIcon()->showMessage(title, help, QSystemTrayIcon::Warning);
     else
         showMessage(title, title, help);
+}
+
+void AppDelegate::explainUnreadableSettings(const QString& movedTo)
+{
+    if (m_explainedMovedAside == movedTo)
+        return;
+    m_explainedMovedAside = movedTo;
+    const QString title = tr("Ordalis could not read its settings");
+    const QString text = tr("The settings file could not be read, so Ordalis uses its default settings. The old file "
+                            "was kept as %1.")
+                             .arg(QDir::toNativeSeparators(movedTo));
+    if (m_trayAvailable && m_menuBar && m_menuBar->trayIcon())
+        m_menuBar->trayIcon()->showMessage(title, text, QSystemTrayIcon::Warning);
+    else
+        showMessage(title, title, text, true);
 }
 
 void AppDelegate::setupMonitoring()
@@ -313,10 +333,10 @@ void AppDelegate::onUpdateFailed(const QString& message, bool userInitiated)
         showMessage(tr("Update Check Failed"), tr("The update check failed."), message);
 }
 
-void AppDelegate::showMessage(const QString& title, const QString& text, const QString& details)
+void AppDelegate::showMessage(const QString& title, const QString& text, const QString& details, bool alongside)
 {
     // Not modal: the tray and the keyboard keep working while it is open. A newer message replaces an older one.
-    if (m_message)
+    if (m_message && !alongside)
         m_message->close();
     auto* box = new QMessageBox(QMessageBox::Information, title, text, QMessageBox::Ok);
     box->setAttribute(Qt::WA_DeleteOnClose);
@@ -327,5 +347,6 @@ void AppDelegate::showMessage(const QString& title, const QString& text, const Q
     box->show();
     box->raise();
     box->activateWindow();
-    m_message = box;
+    if (!alongside)
+        m_message = box;
 }

@@ -125,11 +125,14 @@ private:
     /** Starts monitoring once the back end may read keys; says once how to allow it, and asks again later. */
     void checkAccess();
     void explainAccess();
+    /** Tells the user, once per file, that the settings file could not be read and where it was kept. */
+    void explainUnreadableSettings(const QString& movedTo);
     void scheduleRecordingCheck();
     void onUpdateAvailable(const QString& version, const QUrl& notes, const QUrl& download);
     void onUpToDate(bool userInitiated);
     void onUpdateFailed(const QString& message, bool userInitiated);
-    void showMessage(const QString& title, const QString& text, const QString& details);
+    /** A message box; by default it replaces the one open, `alongside` keeps that one open too. */
+    void showMessage(const QString& title, const QString& text, const QString& details, bool alongside = false);
     void refreshMenu();
 
     SettingsStore& m_settings;
@@ -150,6 +153,7 @@ private:
     bool m_shutDown = false;
     bool m_monitoring = false;
     bool m_accessExplained = false;
+    QString m_explainedMovedAside;
     Clock::JobHandle m_accessPoll = 0;
     Clock::JobHandle m_recordingCheck = 0;
 

@@ -319,6 +319,7 @@ bool SettingsStore::syncAndRecover()
         qWarning("Ordalis: the settings file %s could not be read. It was kept as %s, and the default settings are "
                  "used.",
             qPrintable(QDir::toNativeSeparators(m_filePath)), qPrintable(QDir::toNativeSeparators(movedTo)));
+        m_movedAside = movedTo;
         emit unreadableFileMovedAside(movedTo);
     }
     return false;

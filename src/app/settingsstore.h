@@ -129,6 +129,11 @@ public:
     static QString defaultFilePath();
 
     QString filePath() const { return m_filePath; }
+    /**
+     * Where the last settings file that could not be read was moved, or empty when none was. The file is usually
+     * found unreadable while the store is made, before anyone could connect to unreadableFileMovedAside().
+     */
+    QString movedAsideFile() const { return m_movedAside; }
 
     /** The stored value, or the key's default when there is no entry or it does not decode (it is not rewritten). */
     template<typename T>
@@ -228,6 +233,7 @@ private:
     void watchFile();
 
     QString m_filePath;
+    QString m_movedAside;
     std::unique_ptr<QSettings> m_settings;
     QFileSystemWatcher m_watcher;
     mutable QHash<QString, Registration> m_registered;
