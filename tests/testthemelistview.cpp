@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The theme library in the Styling tab on the offscreen platform: the list, its rows and menus, the save field and
 // the toolbar, driven with mouse and keys against a real settings store.
+#include "fakethemefileaccess.h"
+
 #include "app/settingkeys.h"
 #include "app/settingsstore.h"
-#include "theme/themefileaccess.h"
 #include "theme/themejson.h"
 #include "theme/themelibrary.h"
 #include "ui/gradientslider.h"
@@ -23,25 +24,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-class FakeFileAccess final : public ThemeFileAccess
-{
-public:
-    std::optional<QString> chooseFileToOpen() override { return openChoice; }
-    std::optional<QString> chooseFileToSave(const QString& name) override { return proposedNames << name, saveChoice; }
-    std::optional<QByteArray> readFile(const QString& path) override
-    {
-        return files.contains(path) ? std::optional(files.value(path)) : std::nullopt;
-    }
-    bool writeFile(const QString& path, const QByteArray& bytes) override { return files.insert(path, bytes), true; }
-    void setClipboardText(const QString& text) override { clipboard.append(text); }
-
-    std::optional<QString> openChoice = u"in.json"_s;
-    std::optional<QString> saveChoice = u"out.json"_s;
-    QHash<QString, QByteArray> files;
-    QStringList proposedNames;
-    QStringList clipboard;
-};
 
 struct Fixture
 {

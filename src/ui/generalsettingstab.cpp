@@ -17,7 +17,6 @@
 #include <QHBoxLayout>
 #include <QHideEvent>
 #include <QPushButton>
-#include <QScrollBar>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -26,8 +25,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr double smallTextPixels = 11;
-constexpr int pageMargin = 16;
-constexpr int sectionGap = 12;
 
 QString recordText()
 {
@@ -57,24 +54,12 @@ GeneralSettingsTab::GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor*
     , m_restartGestures(std::move(restartGestures))
     , m_updater(updater)
 {
-    setFrameShape(QFrame::NoFrame);
-    setWidgetResizable(true);
-    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    viewport()->setAutoFillBackground(false);
-
-    auto* page = new QWidget;
-    page->setAutoFillBackground(false);
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(pageMargin, pageMargin, pageMargin, pageMargin);
-    layout->setSpacing(sectionGap);
+    QVBoxLayout* layout = SettingsStyle::startSettingsPage(this);
     buildBehaviour();
     buildHyperKey();
     layout->addWidget(m_behaviour);
     layout->addWidget(m_hyperKey);
-    layout->addStretch(1);
-    setWidget(page);
-    // The page only scrolls vertically, so the tab is never narrower than the page can be.
-    setMinimumWidth(page->minimumSizeHint().width() + verticalScrollBar()->sizeHint().width());
+    SettingsStyle::finishSettingsPage(this, layout);
     restyle();
 }
 

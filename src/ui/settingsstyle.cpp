@@ -3,6 +3,9 @@
 
 #include <QFontDatabase>
 #include <QPalette>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QVBoxLayout>
 #include <QWidget>
 
 namespace SettingsStyle {
@@ -84,6 +87,31 @@ QPixmap symbol(const QWidget* widget, const QString& name, double pointSize, Sym
     const qreal ratio = widget ? widget->devicePixelRatioF() : 1.0;
     const QImage image = SymbolIcons::shared().image(name, pointSize, weight, colour, ratio);
     return image.isNull() ? QPixmap() : QPixmap::fromImage(image);
+}
+
+QVBoxLayout* startSettingsPage(QScrollArea* area)
+{
+    constexpr int pageMargin = 16;
+    constexpr int sectionGap = 12;
+    area->setFrameShape(QFrame::NoFrame);
+    area->setWidgetResizable(true);
+    area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    area->viewport()->setAutoFillBackground(false);
+    auto* page = new QWidget;
+    page->setAutoFillBackground(false);
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(pageMargin, pageMargin, pageMargin, pageMargin);
+    layout->setSpacing(sectionGap);
+    return layout;
+}
+
+void finishSettingsPage(QScrollArea* area, QVBoxLayout* layout)
+{
+    QWidget* page = layout->parentWidget();
+    layout->addStretch(1);
+    area->setWidget(page);
+    // The page only scrolls vertically, so the tab is never narrower than the page can be.
+    area->setMinimumWidth(page->minimumSizeHint().width() + area->verticalScrollBar()->sizeHint().width());
 }
 
 } // namespace SettingsStyle

@@ -8,6 +8,8 @@
 #include <QPixmap>
 
 class QPalette;
+class QScrollArea;
+class QVBoxLayout;
 class QWidget;
 
 /**
@@ -44,5 +46,13 @@ QFont monospacedDigits(double pixelSize);
  * device pixel ratio. Null for unknown names.
  */
 QPixmap symbol(const QWidget* widget, const QString& name, double pointSize, SymbolWeight weight, const QColor& colour);
+
+/**
+ * Makes `area` a settings tab: no frame, scrolling only vertically, and an empty page of sections with the tab's
+ * margins and gaps. Returns the page's layout; add the sections, then finishSettingsPage().
+ */
+QVBoxLayout* startSettingsPage(QScrollArea* area);
+/** Puts the page in its area, with the room left below the sections, and keeps the tab as wide as the page. */
+void finishSettingsPage(QScrollArea* area, QVBoxLayout* layout);
 
 } // namespace SettingsStyle

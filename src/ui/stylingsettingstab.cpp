@@ -13,15 +13,12 @@
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QScrollBar>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int pageMargin = 16;
-constexpr int sectionGap = 12;
 constexpr double subHeadingPixels = 12;
 constexpr double subHeadingIconPoints = 11;
 
@@ -77,16 +74,7 @@ StylingSettingsTab::StylingSettingsTab(SettingsStore& settings, ThemeFileAccess&
     , m_editor(std::make_unique<ThemeLibraryEditor>(settings, files))
     , m_fields(settings)
 {
-    setFrameShape(QFrame::NoFrame);
-    setWidgetResizable(true);
-    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    viewport()->setAutoFillBackground(false);
-
-    auto* page = new QWidget;
-    page->setAutoFillBackground(false);
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(pageMargin, pageMargin, pageMargin, pageMargin);
-    layout->setSpacing(sectionGap);
+    QVBoxLayout* layout = SettingsStyle::startSettingsPage(this);
     buildThemes();
     buildChassis();
     buildKeycap();
@@ -98,10 +86,7 @@ StylingSettingsTab::StylingSettingsTab(SettingsStore& settings, ThemeFileAccess&
     for (QWidget* section :
         std::initializer_list<QWidget*> { m_themes, m_chassis, m_keycap, m_dropShadow, m_innerShadow, m_text })
         layout->addWidget(section);
-    layout->addStretch(1);
-    setWidget(page);
-    // The page only scrolls vertically, so the tab is never narrower than the page can be.
-    setMinimumWidth(page->minimumSizeHint().width() + verticalScrollBar()->sizeHint().width());
+    SettingsStyle::finishSettingsPage(this, layout);
 
     // One reading of the configuration per change serves every row of these sections.
     m_settings.bind(SettingKeys::activeThemeConfig(), this, [this](const ThemeConfig& config) { showConfig(config); });
