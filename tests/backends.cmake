@@ -7,3 +7,4 @@ ordalis_add_test(testevdevstream LIBS ordalis_input_evdev)
 # Starts its own Xvfb and types with xdotool; skips when either is missing.
 ordalis_add_test(testx11backend LIBS ordalis_input PkgConfig::XCB)
 set_tests_properties(testx11backend PROPERTIES TIMEOUT 180)
+ordalis_add_test(testkeyhelperbackend LIBS ordalis_input)

@@ -12,11 +12,15 @@
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
 #include "panel/keyboardpanel.h"
+#include "ui/keyaccessprompt.h"
+#include "ui/menubarview.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QMenu>
 #include <QMessageBox>
+#include <QAbstractButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTabWidget>
@@ -52,8 +56,13 @@ public:
     }
     void stop() override { running = false; }
     bool capsLockOn() const override { return false; }
+    Source source() const override { return running ? Source::helper : Source::none; }
+    bool canRequestAccess() const override { return requestable && state != Access::granted; }
+    void requestAccess() override { ++requests; }
 
     Access state = Access::granted;
+    bool requestable = false;
+    int requests = 0;
     mutable int accessChecks = 0;
     int starts = 0;
     bool running = false;
@@ -106,6 +115,7 @@ private slots:
     void visibilityAndTrayAtStart();
     void accessIsAskedForUntilGranted();
     void accessThatCannotComeIsNotPolled();
+    void keyAccessIsRequestedOnceAndOnDemand();
     void anUnreadableSettingsFileIsExplainedOnce();
     void shutdownStopsEverything();
     void settingsWindowIsAnOrdinaryWindow();
@@ -371,7 +381,64 @@ void TestCoordinator::accessThatCannotComeIsNotPolled()
     m_clock->advance(10 * AppDelegate::accessPollInterval);
     QCOMPARE(m_backend->accessChecks, 1);
     QVERIFY(!app.isMonitoring());
-    QVERIFY(openMessages().isEmpty());
+    // Said once, not silently left dark.
+    QCOMPARE(openMessages().size(), 1);
+}
+
+void TestCoordinator::keyAccessIsRequestedOnceAndOnDemand()
+{
+    m_backend->state = InputBackend::Access::denied;
+    m_backend->requestable = true;
+    AppDelegate& app = start(false);
+    QSignalSpy sourceChanged(&app, &AppDelegate::keySourceChanged);
+    QCOMPARE(app.keySource(), InputBackend::Source::none);
+    QVERIFY(app.canRequestKeyAccess());
+
+    // One request, with one button; looking again every 2 s never asks again.
+    const auto allowButton = [] {
+        const QList<QMessageBox*> shown = openMessages();
+        QAbstractButton* found = nullptr;
+        for (QMessageBox* box : shown) {
+            for (QAbstractButton* button : box->buttons()) {
+                if (button->text() == KeyAccessPrompt::allowText())
+                    found = button;
+            }
+        }
+        return found;
+    };
+    QCOMPARE(openMessages().size(), 1);
+    QVERIFY(openMessages().constFirst()->text().contains(u"needs permission to see which keys you press"_s));
+    QVERIFY(allowButton());
+    m_clock->advance(5 * AppDelegate::accessPollInterval);
+    QCOMPARE(openMessages().size(), 1);
+    QCOMPARE(m_backend->requests, 0);
+
+    allowButton()->click();
+    QCOMPARE(m_backend->requests, 1);
+    QTRY_COMPARE(openMessages().size(), 0);
+
+    // Refused: said once, with the button to try again; nothing is asked by itself.
+    emit m_backend->accessRequestFailed(u"Key access was refused."_s);
+    QCOMPARE(openMessages().size(), 1);
+    QVERIFY(openMessages().constFirst()->informativeText().contains(u"refused"_s));
+    m_clock->advance(5 * AppDelegate::accessPollInterval);
+    QCOMPARE(m_backend->requests, 1);
+    app.requestKeyAccess();
+    QCOMPARE(m_backend->requests, 2);
+
+    // Granted (the helper greeted): keys flow at once, not at the next look.
+    m_backend->state = InputBackend::Access::granted;
+    emit m_backend->accessChanged();
+    QVERIFY(app.isMonitoring());
+    QCOMPARE(app.keySource(), InputBackend::Source::helper);
+    QCOMPARE(sourceChanged.size(), 1);
+    QVERIFY(!app.canRequestKeyAccess());
+
+    // Without a tray, the keyboard's menu is the tray menu, access line included.
+    QCOMPARE(app.fullMenu(), app.menuBarView()->menu());
+    QCOMPARE(app.menuBarView()->menu()->actions().constFirst()->text(), u"Keys: helper"_s);
+    restart(true);
+    QCOMPARE(m_app->fullMenu(), nullptr);
 }
 
 void TestCoordinator::shutdownStopsEverything()

@@ -38,6 +38,12 @@ public:
     void openSettings() override { calls << u"settings"_s; }
     void checkForUpdates() override { calls << u"updates"_s; }
     void quit() override { calls << u"quit"_s; }
+    InputBackend::Source keySource() const override { return source; }
+    bool canRequestKeyAccess() const override { return requestable; }
+    void requestKeyAccess() override { calls << u"allow"_s; }
+
+    InputBackend::Source source = InputBackend::Source::x11;
+    bool requestable = false;
 };
 
 /** The texts of `menu`'s items, "-" for a divider. */
@@ -88,6 +94,8 @@ private slots:
 
     void topLevelItemsInOrder();
     void visibilityItemBothWays();
+    void accessLineSaysHowKeysAreRead_data();
+    void accessLineSaysHowKeysAreRead();
     void togglesWriteTheirSettings();
     void hotkeySubmenu();
     void choosingTriggerStoresItAndAsksForRestart();
@@ -133,7 +141,7 @@ void TestMenuBarView::topLevelItemsInOrder()
 {
     const QString trigger = TriggerModifiers::displayName(TriggerModifier::leftControl);
     QCOMPARE(texts(m_view->menu()),
-        QStringList({ u"Show Keyboard"_s, u"-"_s, u"Show on Screen Recording"_s, u"Launch at Login"_s, u"-"_s,
+        QStringList({ u"Keys: X11"_s, u"-"_s, u"Show Keyboard"_s, u"-"_s, u"Show on Screen Recording"_s, u"Launch at Login"_s, u"-"_s,
             u"Hotkey: Triple-tap "_s + trigger, u"Theme: Spacegray"_s, u"-"_s, u"Settings…"_s, u"About"_s, u"-"_s,
             u"Quit Ordalis"_s }));
 
@@ -153,16 +161,50 @@ void TestMenuBarView::visibilityItemBothWays()
     QMenu* menu = m_view->menu();
     m_actions.visible = true;
     m_view->refresh();
-    QCOMPARE(menu->actions().first()->text(), u"Hide Keyboard"_s);
+    QCOMPARE(item(menu, u"Hide Keyboard"_s)->text(), u"Hide Keyboard"_s);
 
-    menu->actions().first()->trigger();
+    item(menu, u"Hide Keyboard"_s)->trigger();
     QCOMPARE(m_actions.calls, QStringList { u"hide"_s });
-    QCOMPARE(menu->actions().first()->text(), u"Show Keyboard"_s);
+    QVERIFY(item(menu, u"Show Keyboard"_s));
 
     // Shown or hidden by other means: the application calls refresh().
     m_actions.visible = false;
     m_view->refresh();
-    QCOMPARE(menu->actions().first()->text(), u"Show Keyboard"_s);
+    QVERIFY(item(menu, u"Show Keyboard"_s));
+}
+
+void TestMenuBarView::accessLineSaysHowKeysAreRead_data()
+{
+    QTest::addColumn<InputBackend::Source>("source");
+    QTest::addColumn<bool>("requestable");
+    QTest::addColumn<QStringList>("lines");
+
+    QTest::newRow("x11") << InputBackend::Source::x11 << false << QStringList { u"Keys: X11"_s };
+    QTest::newRow("devices") << InputBackend::Source::devices << false << QStringList { u"Keys: devices"_s };
+    QTest::newRow("helper") << InputBackend::Source::helper << false << QStringList { u"Keys: helper"_s };
+    QTest::newRow("no access, can ask")
+        << InputBackend::Source::none << true << QStringList { u"Keys: no access — Allow…"_s, u"Allow Key Access…"_s };
+    QTest::newRow("no access, nothing to ask")
+        << InputBackend::Source::none << false << QStringList { u"Keys: no access"_s };
+}
+
+void TestMenuBarView::accessLineSaysHowKeysAreRead()
+{
+    QFETCH(InputBackend::Source, source);
+    QFETCH(bool, requestable);
+    QFETCH(QStringList, lines);
+
+    m_actions.source = source;
+    m_actions.requestable = requestable;
+    m_view->refresh();
+    const QList<QAction*> actions = m_view->menu()->actions();
+    QCOMPARE(texts(m_view->menu()).mid(0, lines.size() + 1), lines + QStringList { u"-"_s });
+    QVERIFY(!actions.first()->isEnabled());
+    QCOMPARE(m_view->trayIcon()->toolTip(), u"Ordalis\n"_s + lines.first());
+    if (requestable) {
+        actions.at(1)->trigger();
+        QCOMPARE(m_actions.calls, QStringList { u"allow"_s });
+    }
 }
 
 void TestMenuBarView::togglesWriteTheirSettings()

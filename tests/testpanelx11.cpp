@@ -204,6 +204,8 @@ void TestPanelX11::initTestCase()
     env.remove(u"QT_QPA_PLATFORM"_s);
     env.insert(u"XDG_SESSION_TYPE"_s, u"wayland"_s);
     env.insert(u"WAYLAND_DISPLAY"_s, u"ordalis-test-no-such-display"_s);
+    // Such a session would read keys from the devices; this test types into the X server.
+    env.insert(u"ORDALIS_INPUT"_s, u"x11"_s);
     env.insert(u"XDG_RUNTIME_DIR"_s, m_home.path());
     m_ordalis = launch(QStringLiteral(ORDALIS_BINARY), {}, env);
     QVERIFY(m_ordalis);

@@ -10,8 +10,10 @@
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
 #include "input/keyboardmonitor.h"
+#include "input/triggermodifier.h"
 #include "panel/keyboardpanel.h"
 #include "ui/menubarview.h"
+#include "ui/keyaccessprompt.h"
 #include "ui/settingswindow.h"
 
 #include <QCoreApplication>
@@ -42,6 +44,10 @@ AppDelegate::AppDelegate(SettingsStore& settings, Clock& clock, Environment envi
     , m_trayAvailable(environment.trayAvailable.value_or(MenuBarView::isTrayAvailable()))
 {
     m_monitor->attach(m_backend);
+    if (m_backend) {
+        connect(m_backend, &InputBackend::accessChanged, this, &AppDelegate::onAccessChanged);
+        connect(m_backend, &InputBackend::accessRequestFailed, this, &AppDelegate::onAccessRequestFailed);
+    }
     m_hotkeys->setPanelHoveredPredicate([this] { return m_isVisible && m_panel && m_panel->isHovering(); });
 }
 
@@ -123,6 +129,9 @@ void AppDelegate::shutdown()
     m_accessPoll = m_recordingCheck = 0;
     m_monitoring = false;
     m_monitor->attach(nullptr);
+    if (m_backend)
+        m_backend->disconnect(this);
+    m_accessPrompt.reset();
 
     if (m_started) {
         UpdaterManager::setSharedContext(nullptr, nullptr);
@@ -137,33 +146,112 @@ void AppDelegate::shutdown()
 
 void AppDelegate::checkAccess()
 {
+    m_clock.cancel(m_accessPoll);
     m_accessPoll = 0;
     if (m_monitoring || m_shutDown || !m_backend)
         return;
     const InputBackend::Access access = m_backend->access();
-    if (access == InputBackend::Access::unavailable)
-        return;
     if (access == InputBackend::Access::granted) {
         setupMonitoring();
+        onAccessChanged();
         if (m_monitoring)
             return;
     } else {
-        explainAccess();
+        explainAccess(access);
+        if (access == InputBackend::Access::unavailable)
+            return;
     }
+    // Only looks again (a udev rule may have been added): the user is asked once, never again by itself.
     m_accessPoll = m_clock.schedule(accessPollInterval, this, [this] { checkAccess(); });
 }
 
-void AppDelegate::explainAccess()
+void AppDelegate::explainAccess(InputBackend::Access access)
 {
     if (m_accessExplained)
         return;
     m_accessExplained = true;
-    const QString title = tr("Ordalis cannot read the keyboard yet");
+    if (access == InputBackend::Access::denied && m_backend->canRequestAccess()) {
+        if (!m_accessPrompt) {
+            m_accessPrompt = std::make_unique<KeyAccessPrompt>();
+            connect(m_accessPrompt.get(), &KeyAccessPrompt::accepted, this, &AppDelegate::requestKeyAccess);
+        }
+        m_accessPrompt->show(tr("Ordalis needs permission to see which keys you press"),
+            tr("On this desktop Ordalis reads the keyboard itself to show the keys you press in every application. "
+               "A small helper does the reading once you allow it with your password; it tells Ordalis which keys "
+               "go down and up, nothing else, until Ordalis quits."));
+        return;
+    }
     const QString help = m_backend->accessHelp();
+    if (help.isEmpty())
+        return;
+    const QString title = tr("Ordalis cannot read the keyboard yet");
     if (m_trayAvailable && m_menuBar && m_menuBar->trayIcon())
         m_menuBar->trayIcon()->showMessage(title, help, QSystemTrayIcon::Warning);
     else
         showMessage(title, title, help);
+}
+
+void AppDelegate::onAccessChanged()
+{
+    if (!m_monitoring && !m_shutDown && m_backend && m_backend->access() == InputBackend::Access::granted) {
+        // Granted now (the helper greeted): no need to wait for the next look.
+        checkAccess();
+        return;
+    }
+    const InputBackend::Source source = keySource();
+    if (source != InputBackend::Source::none && m_accessPrompt)
+        m_accessPrompt->close();
+    refreshMenu();
+    if (std::exchange(m_keySource, source) != source)
+        emit keySourceChanged(source);
+}
+
+void AppDelegate::onAccessRequestFailed(const QString& message)
+{
+    if (m_shutDown)
+        return;
+    if (!m_accessPrompt) {
+        m_accessPrompt = std::make_unique<KeyAccessPrompt>();
+        connect(m_accessPrompt.get(), &KeyAccessPrompt::accepted, this, &AppDelegate::requestKeyAccess);
+    }
+    m_accessPrompt->show(tr("Ordalis cannot see which keys you press"), message);
+    refreshMenu();
+}
+
+InputBackend::Source AppDelegate::keySource() const
+{
+    return m_backend && m_monitoring ? m_backend->source() : InputBackend::Source::none;
+}
+
+bool AppDelegate::canRequestKeyAccess() const
+{
+    return m_backend && !m_shutDown && keySource() == InputBackend::Source::none && m_backend->canRequestAccess();
+}
+
+void AppDelegate::requestKeyAccess()
+{
+    if (m_accessPrompt)
+        m_accessPrompt->close();
+    if (canRequestKeyAccess())
+        m_backend->requestAccess();
+}
+
+QMenu* AppDelegate::fullMenu() const
+{
+    return !m_trayAvailable && m_menuBar ? m_menuBar->menu() : nullptr;
+}
+
+void AppDelegate::explainHiddenWithoutTray()
+{
+    if (m_trayAvailable || m_settings.value(SettingKeys::hiddenWithoutTrayExplained()))
+        return;
+    m_settings.setValue(SettingKeys::hiddenWithoutTrayExplained(), true);
+    const QString title = tr("The keyboard is hidden");
+    showMessage(title, title,
+        tr("This desktop has no tray for Ordalis's menu. To show the keyboard again, tap %1 three times, run "
+           "\"ordalis --show\", or start Ordalis again from the application menu.")
+            .arg(TriggerModifiers::displayName(m_settings.value(SettingKeys::triggerModifier()))),
+        true);
 }
 
 void AppDelegate::explainUnreadableSettings(const QString& movedTo)
@@ -257,8 +345,10 @@ void AppDelegate::hideKeyboard()
     m_userHid = true;
     m_settings.setValue(SettingKeys::keyboardVisible(), false);
     refreshMenu();
-    if (wasVisible)
+    if (wasVisible) {
         emit visibleChanged(false);
+        explainHiddenWithoutTray();
+    }
 }
 
 void AppDelegate::toggleKeyboard()

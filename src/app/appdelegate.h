@@ -3,6 +3,7 @@
 
 #include "app/clock.h"
 #include "app/recordingsources.h"
+#include "input/inputbackend.h"
 #include "panel/panelactions.h"
 #include "ui/menubaractions.h"
 
@@ -14,6 +15,7 @@
 
 class HotkeyManager;
 class InputBackend;
+class KeyAccessPrompt;
 class KeyboardMonitor;
 class KeyboardPanel;
 class LaunchAtLogin;
@@ -109,6 +111,16 @@ public:
     void checkForUpdates() override;
     /** Leaves the event loop with exit code 0; shutdown follows from the owner. */
     void quit() override;
+    /** How keys reach Ordalis now. */
+    InputBackend::Source keySource() const override;
+    bool canRequestKeyAccess() const override;
+    /** Asks for key access (the helper's password dialog may follow); the outcome is told once. */
+    void requestKeyAccess() override;
+    /** Without a tray, the keyboard's right-click menu is the tray menu. */
+    QMenu* fullMenu() const override;
+
+    /** The request for key access or its report, while one is up. */
+    KeyAccessPrompt* keyAccessPrompt() const { return m_accessPrompt.get(); }
 
     /** One recording check; runs every recordingCheckInterval seconds from start(). */
     void checkScreenRecording();
@@ -120,11 +132,17 @@ public:
 signals:
     /** isVisible() changed: the keyboard was shown or hidden. */
     void visibleChanged(bool visible);
+    /** keySource() changed. */
+    void keySourceChanged(InputBackend::Source source);
 
 private:
     /** Starts monitoring once the back end may read keys; says once how to allow it, and asks again later. */
     void checkAccess();
-    void explainAccess();
+    void explainAccess(InputBackend::Access access);
+    void onAccessChanged();
+    void onAccessRequestFailed(const QString& message);
+    /** Without a tray, says once how to bring a hidden keyboard back. */
+    void explainHiddenWithoutTray();
     /** Tells the user, once per file, that the settings file could not be read and where it was kept. */
     void explainUnreadableSettings(const QString& movedTo);
     void scheduleRecordingCheck();
@@ -147,6 +165,8 @@ private:
     std::unique_ptr<KeyboardPanel> m_panel;
     std::unique_ptr<SettingsWindow> m_settingsWindow;
     QPointer<QMessageBox> m_message;
+    std::unique_ptr<KeyAccessPrompt> m_accessPrompt;
+    InputBackend::Source m_keySource = InputBackend::Source::none;
 
     bool m_trayAvailable = false;
     bool m_started = false;

@@ -31,6 +31,10 @@ Application::Application(const Options& options, QObject* parent)
     m_delegate = std::make_unique<AppDelegate>(*m_settings, *m_clock, std::move(environment));
     m_control = std::make_unique<RemoteControl>(*m_delegate, *m_settings);
     connect(m_delegate.get(), &AppDelegate::visibleChanged, m_control.get(), &RemoteControl::visibleChanged);
+    connect(m_delegate.get(), &AppDelegate::keySourceChanged, m_control.get(),
+        [control = m_control.get()](InputBackend::Source source) {
+            emit control->keySourceChanged(InputBackend::sourceName(source));
+        });
 
     // Before the start, so that the keyboard is laid out for that theme from its first frame.
     if (options.themeName) {

@@ -18,6 +18,7 @@ class OrdalisAdaptor final : public QDBusAbstractAdaptor
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.quietmakers.Ordalis")
     Q_PROPERTY(bool Visible READ visible)
+    Q_PROPERTY(QString KeySource READ keySource)
 
 public:
     explicit OrdalisAdaptor(DBusService& service)
@@ -27,6 +28,7 @@ public:
     }
 
     bool visible() const { return m_service.m_control.isVisible(); }
+    QString keySource() const { return m_service.m_control.keySource(); }
 
 public slots:
     void Show() { m_service.m_control.run({ RemoteCommand::Kind::show, {} }); }
@@ -53,6 +55,7 @@ DBusService::DBusService(RemoteControl& control, QObject* parent)
 {
     new OrdalisAdaptor(*this);
     connect(&m_control, &RemoteControl::visibleChanged, this, &DBusService::announceVisible);
+    connect(&m_control, &RemoteControl::keySourceChanged, this, &DBusService::announceKeySource);
 }
 
 DBusService::~DBusService()
@@ -102,11 +105,21 @@ void DBusService::unregister()
 
 void DBusService::announceVisible(bool visible)
 {
+    announce(u"Visible"_s, visible);
+}
+
+void DBusService::announceKeySource(const QString& source)
+{
+    announce(u"KeySource"_s, source);
+}
+
+void DBusService::announce(const QString& property, const QVariant& value)
+{
     if (!m_registered)
         return;
     QDBusMessage signal = QDBusMessage::createSignal(
         QLatin1StringView(objectPath), u"org.freedesktop.DBus.Properties"_s, u"PropertiesChanged"_s);
-    signal << QString::fromLatin1(interfaceName) << QVariantMap { { u"Visible"_s, visible } } << QStringList();
+    signal << QString::fromLatin1(interfaceName) << QVariantMap { { property, value } } << QStringList();
     m_bus.send(signal);
 }
 

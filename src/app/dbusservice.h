@@ -12,7 +12,8 @@ class RemoteControl;
  * interface com.quietmakers.Ordalis:
  *
  *   methods     Show(), Hide(), Toggle(), OpenSettings(), ChooseTheme(s name)
- *   property    Visible (b, read-only), announced through org.freedesktop.DBus.Properties.PropertiesChanged
+ *   properties  Visible (b, read-only), KeySource (s, read-only: "x11", "devices", "helper" or "none"), each
+ *               announced through org.freedesktop.DBus.Properties.PropertiesChanged
  *
  * ChooseTheme with a name no saved theme has fails with org.freedesktop.DBus.Error.InvalidArgs and changes nothing.
  * Main thread only; `control` must outlive the service.
@@ -42,9 +43,13 @@ public:
 
     /** Sends PropertiesChanged for Visible. */
     void announceVisible(bool visible);
+    /** Sends PropertiesChanged for KeySource. */
+    void announceKeySource(const QString& source);
 
 private:
     friend class OrdalisAdaptor;
+
+    void announce(const QString& property, const QVariant& value);
 
     RemoteControl& m_control;
     QDBusConnection m_bus { QString() };

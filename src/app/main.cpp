@@ -6,6 +6,7 @@
 #include "app/renderer.h"
 #include "app/settingsstore.h"
 #include "app/singleinstance.h"
+#include "input/inputbackendfactory.h"
 #include "input/latencyprobe.h"
 
 #include <QApplication>
@@ -23,9 +24,7 @@ namespace {
  */
 void preferXWayland()
 {
-    const bool waylandSession
-        = qEnvironmentVariable("XDG_SESSION_TYPE") == u"wayland"_s || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
-    if (waylandSession && !qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    if (isWaylandSession() && !qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "xcb");
 }
 

@@ -156,3 +156,8 @@ bool RemoteControl::isVisible() const
 {
     return m_actions.isKeyboardVisible();
 }
+
+QString RemoteControl::keySource() const
+{
+    return InputBackend::sourceName(m_actions.keySource());
+}

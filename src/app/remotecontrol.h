@@ -74,10 +74,14 @@ public:
     std::optional<QString> chooseTheme(const QString& name);
 
     bool isVisible() const;
+    /** How keys reach Ordalis now: "x11", "devices", "helper" or "none". */
+    QString keySource() const;
 
 signals:
     /** The keyboard was shown or hidden, whoever did it; the owner connects the coordinator's signal here. */
     void visibleChanged(bool visible);
+    /** keySource() changed; the owner connects the coordinator's signal here. */
+    void keySourceChanged(const QString& source);
 
 private:
     MenuBarActions& m_actions;

@@ -27,6 +27,7 @@ ORDALIS_SETTING_KEY(autoHideOnHover, bool, false)
 ORDALIS_SETTING_KEY(autoHideOpacity, double, 0.1)
 ORDALIS_SETTING_KEY(escapeToHideOnHover, bool, false)
 ORDALIS_SETTING_KEY(keyboardVisible, bool, false)
+ORDALIS_SETTING_KEY(hiddenWithoutTrayExplained, bool, false)
 ORDALIS_SETTING_KEY(windowX, std::optional<double>, std::nullopt)
 ORDALIS_SETTING_KEY(windowY, std::optional<double>, std::nullopt)
 ORDALIS_SETTING_KEY(windowWidth, double, 900)
@@ -54,6 +55,7 @@ QStringList allNames()
         autoHideOpacity().name(),
         escapeToHideOnHover().name(),
         keyboardVisible().name(),
+        hiddenWithoutTrayExplained().name(),
         windowX().name(),
         windowY().name(),
         windowWidth().name(),

@@ -32,6 +32,8 @@ const SettingKey<double>& autoHideOpacity();
 const SettingKey<bool>& escapeToHideOnHover();
 /** Whether the keyboard was showing; restores it at the next start. */
 const SettingKey<bool>& keyboardVisible();
+/** Whether the user was told, on a desktop without a tray, how to bring a hidden keyboard back. */
+const SettingKey<bool>& hiddenWithoutTrayExplained();
 /** Left edge of the panel in screen points; none until the panel was placed. */
 const SettingKey<std::optional<double>>& windowX();
 /** Bottom edge of the panel in screen points (y grows downwards); none until the panel was placed. */

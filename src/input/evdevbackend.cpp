@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <libevdev/libevdev.h>
 #include <linux/input.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -36,9 +37,17 @@ QStringList eventNodes(const QString& directory)
     return paths;
 }
 
-bool isReadable(const QString& path)
+/** Whether `path` opens for reading and reports the letter keys and space bar of a keyboard. */
+bool isReadableKeyboard(const QString& path)
 {
-    return ::access(QFile::encodeName(path).constData(), R_OK) == 0;
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    unsigned char bits[(KEY_MAX + 1) / 8] = {};
+    const bool answered = ::ioctl(fd, EVIOCGBIT(EV_KEY, sizeof bits), bits) >= 0;
+    ::close(fd);
+    const auto has = [&bits](int code) { return (bits[code / 8] >> (code % 8)) & 1; };
+    return answered && has(KEY_A) && has(KEY_Z) && has(KEY_SPACE);
 }
 
 EvdevEventStream::DeviceState readState(const libevdev* evdev)
@@ -121,17 +130,20 @@ InputBackend::Access EvdevBackend::access() const
     const QStringList nodes = eventNodes(m_directory);
     if (nodes.isEmpty())
         return Access::unavailable;
-    return std::any_of(nodes.cbegin(), nodes.cend(), isReadable) ? Access::granted : Access::denied;
+    return std::any_of(nodes.cbegin(), nodes.cend(), isReadableKeyboard) ? Access::granted : Access::denied;
 }
 
 QString EvdevBackend::accessHelp() const
 {
     if (access() != Access::denied)
         return {};
-    return u"Ordalis reads the keyboard from the devices in %1, which only members of the \"input\" group may "
-           u"read. Note that members of that group can read everything typed on this computer. To join it, run\n\n"
-           u"    sudo usermod -aG input $USER\n\n"
-           u"then log out and log in again."_s.arg(m_directory);
+    return u"Ordalis reads the keyboard from the devices in %1, and none of them may be read by you. The README's "
+           u"\"Key access\" section explains the ways to allow it and what each one exposes."_s.arg(m_directory);
+}
+
+InputBackend::Source EvdevBackend::source() const
+{
+    return m_running ? Source::devices : Source::none;
 }
 
 bool EvdevBackend::start()

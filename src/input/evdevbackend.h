@@ -14,7 +14,8 @@ class QFileSystemWatcher;
 
 /**
  * Reads every keyboard under /dev/input directly (libevdev), for sessions where the display server will not tell
- * other clients about keys (Wayland). Needs read access to the event devices, normally through the "input" group.
+ * other clients about keys (Wayland). Needs read access to the keyboards' event devices, which the desktop gives
+ * only where a udev rule grants it or the user joined the "input" group; elsewhere KeyHelperBackend reads them.
  *
  * All reading happens on the main thread through socket notifiers; keyboards plugged in while running are picked
  * up, and one that is unplugged lets go of the keys it held.
@@ -31,13 +32,18 @@ public:
     ~EvdevBackend() override;
 
     QString name() const override;
-    /** Granted if any event device is readable, denied if none is, unavailable if there are none. */
+    /**
+     * Granted if a keyboard with letter keys can be read (a readable game controller or mouse does not count),
+     * denied if event devices exist but no such keyboard is readable, unavailable if there are none.
+     */
     Access access() const override;
     QString accessHelp() const override;
     /** False when no event device is readable; otherwise reads what keyboards there are and watches for more. */
     bool start() override;
     /** Closes every device and releases what they held. */
     void stop() override;
+    /** devices while reading. */
+    Source source() const override;
     /** True while any keyboard's Caps Lock LED is lit. */
     bool capsLockOn() const override;
 

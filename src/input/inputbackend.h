@@ -28,6 +28,35 @@ public:
     };
     Q_ENUM(Access)
 
+    /** How keys reach Ordalis right now. */
+    enum class Source {
+        /** They do not: no access, or not started. */
+        none,
+        /** The X server (XInput2). */
+        x11,
+        /** The keyboard devices, read directly. */
+        devices,
+        /** The keyboard devices, read by ordalis-keyhelper with the user's permission. */
+        helper,
+    };
+    Q_ENUM(Source)
+
+    /** The name of `source` as D-Bus and scripts see it: "none", "x11", "devices" or "helper". */
+    static QString sourceName(Source source)
+    {
+        switch (source) {
+        case Source::x11:
+            return QStringLiteral("x11");
+        case Source::devices:
+            return QStringLiteral("devices");
+        case Source::helper:
+            return QStringLiteral("helper");
+        case Source::none:
+            break;
+        }
+        return QStringLiteral("none");
+    }
+
     explicit InputBackend(QObject* parent = nullptr)
         : QObject(parent)
     {
@@ -46,6 +75,20 @@ public:
     /** Starts reading; false when it could not (no access, no devices). Main thread. */
     virtual bool start() = 0;
     virtual void stop() = 0;
+
+    /** How keys arrive now; none until start() succeeded. */
+    virtual Source source() const { return Source::none; }
+
+    /**
+     * Whether access() is denied in a way the user can lift from within Ordalis, by agreeing once
+     * (requestAccess()), rather than by changing the system.
+     */
+    virtual bool canRequestAccess() const { return false; }
+    /**
+     * Asks the user for access (a system password dialog may follow) without blocking. The outcome arrives later
+     * through accessChanged() and, when access was not had, accessRequestFailed().
+     */
+    virtual void requestAccess() { }
 
     /** The Caps Lock lock state (indicator / LED), or false when it cannot be read. */
     virtual bool capsLockOn() const = 0;
@@ -75,6 +118,11 @@ signals:
     void capsLockKey(bool pressed);
     /** A media key (volume, brightness, playback) went down or up, reported as the F-key that carries its symbol. */
     void mediaKey(KeyCode keyCode, bool pressed);
-    /** access() may have changed (a device appeared or vanished, permissions changed). */
+    /** access() or source() may have changed (a device appeared or vanished, permissions changed). */
     void accessChanged();
+    /**
+     * Keys could not be had, or stopped coming, for a reason the user should hear of once: `message` says what
+     * happened in plain words.
+     */
+    void accessRequestFailed(const QString& message);
 };

@@ -226,6 +226,11 @@ void X11Backend::stop()
     m_processor.releaseAll();
 }
 
+InputBackend::Source X11Backend::source() const
+{
+    return m_x && m_x->running ? Source::x11 : Source::none;
+}
+
 bool X11Backend::capsLockOn() const
 {
     if (!m_x || !m_x->hasXkb)

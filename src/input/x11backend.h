@@ -33,6 +33,8 @@ public:
     void stop() override;
     /** The XKB locked Caps Lock modifier; a round trip to the server. */
     bool capsLockOn() const override;
+    /** x11 while reading. */
+    Source source() const override;
     /** Grabs Escape and Super+comma while asked (a grab another client holds is left to it). Main thread. */
     void setSwallowedShortcuts(bool escape, bool settingsShortcut) override;
 

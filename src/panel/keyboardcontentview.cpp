@@ -131,6 +131,10 @@ void KeyboardContentView::populateContextMenu(QMenu& menu)
 
 void KeyboardContentView::contextMenuEvent(QContextMenuEvent* event)
 {
+    if (QMenu* full = m_actions ? m_actions->fullMenu() : nullptr) {
+        full->exec(event->globalPos());
+        return;
+    }
     QMenu menu(this);
     populateContextMenu(menu);
     menu.exec(event->globalPos());

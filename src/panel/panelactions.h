@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+class QMenu;
+
 /**
  * What the panel asks of whoever owns it: its context menu shows or hides the keyboard and opens the settings
  * through this. Main thread only.
@@ -16,6 +18,8 @@ public:
     /** Hides the keyboard as the user asked for it, remembered for the next start. */
     virtual void hideKeyboard() = 0;
     virtual void openSettings() = 0;
+    /** A menu that replaces the keyboard's own right-click menu (the tray menu, when there is no tray); or none. */
+    virtual QMenu* fullMenu() const { return nullptr; }
 
 protected:
     PanelActions() = default;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "input/inputbackend.h"
+
 /** What the tray menu asks of the application. The application implements it; tests give a fake. */
 class MenuBarActions
 {
@@ -13,4 +15,11 @@ public:
     /** A check the user asked for. */
     virtual void checkForUpdates() = 0;
     virtual void quit() = 0;
+
+    /** How keys reach Ordalis now, for the menu's access line. */
+    virtual InputBackend::Source keySource() const { return InputBackend::Source::none; }
+    /** Whether "Allow Key Access…" can be offered. */
+    virtual bool canRequestKeyAccess() const { return false; }
+    /** The user chose "Allow Key Access…". */
+    virtual void requestKeyAccess() { }
 };

@@ -131,6 +131,21 @@ QString MenuBarView::applicationName()
     return name.isEmpty() ? u"Ordalis"_s : name;
 }
 
+QString MenuBarView::keySourceText(InputBackend::Source source, bool canAllow)
+{
+    switch (source) {
+    case InputBackend::Source::x11:
+        return tr("Keys: X11");
+    case InputBackend::Source::devices:
+        return tr("Keys: devices");
+    case InputBackend::Source::helper:
+        return tr("Keys: helper");
+    case InputBackend::Source::none:
+        break;
+    }
+    return canAllow ? tr("Keys: no access — Allow…") : tr("Keys: no access");
+}
+
 QString MenuBarView::versionText()
 {
     const QString version = QCoreApplication::applicationVersion();
@@ -176,6 +191,16 @@ void MenuBarView::rebuild()
     }
 
     const bool visible = m_actions.isKeyboardVisible();
+    const InputBackend::Source source = m_actions.keySource();
+    const bool canAllow = source == InputBackend::Source::none && m_actions.canRequestKeyAccess();
+    const QString access = keySourceText(source, canAllow);
+    m_menu->addAction(access)->setEnabled(false);
+    if (canAllow)
+        connect(m_menu->addAction(tr("Allow Key Access…")), &QAction::triggered, this,
+            [this] { m_actions.requestKeyAccess(); });
+    m_trayIcon->setToolTip(applicationName() + u"\n"_s + access);
+    m_menu->addSeparator();
+
     QAction* visibility = m_menu->addAction(visible ? tr("Hide Keyboard") : tr("Show Keyboard"));
     connect(visibility, &QAction::triggered, this, [this] {
         m_actions.setKeyboardVisible(!m_actions.isKeyboardVisible());

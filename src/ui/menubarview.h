@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "input/inputbackend.h"
+
 #include <QObject>
 #include <QString>
 #include <QUrl>
@@ -17,6 +19,9 @@ class SettingsStore;
 /**
  * The tray item and its menu:
  *
+ *   Keys: X11 / devices / helper / no access — Allow…  (dimmed: how keys are read)
+ *   Allow Key Access…                         (while keys cannot be read and access can be asked for)
+ *   ----
  *   Hide Keyboard / Show Keyboard
  *   ----
  *   Show on Screen Recording                  (toggle)
@@ -62,6 +67,9 @@ public:
     static QString applicationName();
     /** The version shown in About: QCoreApplication::applicationVersion(), or "?" when empty. */
     static QString versionText();
+    /** The access line for `source`: "Keys: X11", …, "Keys: no access — Allow…" (`canAllow`) or "Keys: no access". */
+    static QString keySourceText(InputBackend::Source source, bool canAllow);
+
     /** The contact page with the query item "app" set to applicationName(); empty if that cannot be formed. */
     static QUrl contactUrl();
 

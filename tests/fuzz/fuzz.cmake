@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# Fuzz harnesses for what Ordalis reads from outside: theme documents, the settings file, evdev event streams and the
-# update feed. Included from tests/CMakeLists.txt.
+# Fuzz harnesses for what Ordalis reads from outside: theme documents, the settings file, evdev event streams, the
+# update feed and the key helper's records. Included from tests/CMakeLists.txt.
 #
 # With ORDALIS_FUZZ (the "fuzz" preset, clang only) each harness becomes a libFuzzer program fuzz_<name>, run by
 # scripts/fuzz.sh from tests/fuzz/corpus/<name>/. Without it, each harness is linked to a small driver instead and
@@ -9,11 +9,12 @@
 option(ORDALIS_FUZZ "Build the libFuzzer harnesses (needs clang and -fsanitize=fuzzer)" OFF)
 
 set(_ordalis_fuzz_dir "${CMAKE_CURRENT_LIST_DIR}")
-set(_ordalis_fuzzers themejson settings evdev updaterfeed)
+set(_ordalis_fuzzers themejson settings evdev updaterfeed keyhelper)
 set(_ordalis_fuzz_libs_themejson ordalis_themelibrary)
 set(_ordalis_fuzz_libs_settings ordalis_core ordalis_lifecycle)
 set(_ordalis_fuzz_libs_evdev ordalis_input_evdev)
 set(_ordalis_fuzz_libs_updaterfeed ordalis_lifecycle)
+set(_ordalis_fuzz_libs_keyhelper ordalis_input_evdev)
 
 if(ORDALIS_FUZZ)
     if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
