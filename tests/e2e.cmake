@@ -8,3 +8,9 @@ ordalis_add_test(teste2etray LIBS ordalis_keyboard PkgConfig::XCB_SHAPE)
 target_compile_definitions(teste2etray PRIVATE ORDALIS_BINARY="$<TARGET_FILE:ordalis>")
 add_dependencies(teste2etray ordalis)
 set_tests_properties(teste2etray PROPERTIES TIMEOUT 300)
+
+# The real program in a Wayland session (headless weston with XWayland) and in an X11 session.
+ordalis_add_test(teste2esessions LIBS ordalis_core PkgConfig::XCB Qt6::Gui Qt6::DBus)
+target_compile_definitions(teste2esessions PRIVATE ORDALIS_BINARY="$<TARGET_FILE:ordalis>")
+add_dependencies(teste2esessions ordalis)
+set_tests_properties(teste2esessions PROPERTIES TIMEOUT 180)

@@ -108,11 +108,11 @@ void AppDelegate::start()
     if (!m_settings.movedAsideFile().isEmpty())
         explainUnreadableSettings(m_settings.movedAsideFile());
 
-    checkAccess();
-    scheduleRecordingCheck();
-
     if (m_settings.value(SettingKeys::keyboardVisible()) || !m_trayAvailable)
         showKeyboard();
+    // After the keyboard, so that a request for key access opens above it.
+    checkAccess();
+    scheduleRecordingCheck();
 }
 
 void AppDelegate::shutdown()

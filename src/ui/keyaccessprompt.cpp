@@ -49,6 +49,8 @@ void KeyAccessPrompt::show(const QString& title, const QString& text)
     box->addButton(tr("Not Now"), QMessageBox::RejectRole);
     box->setDefaultButton(allow);
     box->setModal(false);
+    // Above the keyboard, which stays above everything else.
+    box->setWindowFlag(Qt::WindowStaysOnTopHint);
     connect(allow, &QPushButton::clicked, this, &KeyAccessPrompt::accepted);
     m_window = box;
     box->show();
