@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "dbustestsupport.h"
+#include "ui/keyaccessprompt.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QMutex>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/** A desktop's notification service, answering from a thread of its own as a separate process would. */
+class FakeNotifications final : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    QStringList capabilities;
+
+    QStringList actionsShown() const
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_actions;
+    }
+    QList<uint> closed() const
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_closed;
+    }
+
+public slots:
+    QStringList GetCapabilities() { return capabilities; }
+    uint Notify(const QString&, uint, const QString&, const QString&, const QString&, const QStringList& actions,
+        const QVariantMap&, int)
+    {
+        QMutexLocker lock(&m_mutex);
+        m_actions = actions;
+        return 41;
+    }
+    void CloseNotification(uint id)
+    {
+        QMutexLocker lock(&m_mutex);
+        m_closed.append(id);
+    }
+
+private:
+    mutable QMutex m_mutex;
+    QStringList m_actions;
+    QList<uint> m_closed;
+};
+
+QPushButton* allowButton(QMessageBox* box)
+{
+    for (QAbstractButton* button : box->buttons()) {
+        if (button->text() == KeyAccessPrompt::allowText())
+            return qobject_cast<QPushButton*>(button);
+    }
+    return nullptr;
+}
+
+} // namespace
+
+class TestKeyAccessPrompt final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void windowWithoutNotificationButtons();
+    void notificationWithTheButton();
+
+private:
+    DBusTest::PrivateBus m_bus;
+    QThread m_serverThread;
+};
+
+void TestKeyAccessPrompt::initTestCase()
+{
+    if (m_bus.address().isEmpty())
+        QSKIP("dbus-daemon is missing (scripts/install-deps.sh installs it)");
+    // Read when the session bus is first used, which is below.
+    qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.address().toUtf8());
+    m_serverThread.start();
+}
+
+void TestKeyAccessPrompt::cleanupTestCase()
+{
+    m_serverThread.quit();
+    m_serverThread.wait();
+}
+
+void TestKeyAccessPrompt::windowWithoutNotificationButtons()
+{
+    // No notification service at all, then one that cannot show buttons: the request is a window.
+    for (bool withServer : { false, true }) {
+        FakeNotifications server;
+        QDBusConnection connection = m_bus.connect();
+        if (withServer) {
+            server.capabilities = { u"body"_s };
+            server.moveToThread(&m_serverThread);
+            QVERIFY(connection.registerObject(u"/org/freedesktop/Notifications"_s, &server,
+                QDBusConnection::ExportAllSlots));
+            QVERIFY(connection.registerService(u"org.freedesktop.Notifications"_s));
+        }
+
+        KeyAccessPrompt prompt;
+        QSignalSpy accepted(&prompt, &KeyAccessPrompt::accepted);
+        prompt.show(u"Title"_s, u"Why"_s);
+        QVERIFY(prompt.window());
+        QCOMPARE(prompt.notificationId(), 0u);
+        QVERIFY(prompt.window()->isVisible());
+        QCOMPARE(prompt.window()->informativeText(), u"Why"_s);
+        QPushButton* allow = allowButton(prompt.window());
+        QVERIFY(allow);
+        QCOMPARE(prompt.window()->defaultButton(), allow);
+        allow->click();
+        QCOMPARE(accepted.size(), 1);
+        QTRY_VERIFY(!prompt.window());
+
+        if (withServer) {
+            connection.unregisterService(u"org.freedesktop.Notifications"_s);
+            connection.unregisterObject(u"/org/freedesktop/Notifications"_s);
+            QMetaObject::invokeMethod(&server, [&server] { server.moveToThread(QApplication::instance()->thread()); },
+                Qt::BlockingQueuedConnection);
+        }
+    }
+}
+
+void TestKeyAccessPrompt::notificationWithTheButton()
+{
+    FakeNotifications server;
+    server.capabilities = { u"body"_s, u"actions"_s };
+    server.moveToThread(&m_serverThread);
+    QDBusConnection connection = m_bus.connect();
+    QVERIFY(connection.registerObject(
+        u"/org/freedesktop/Notifications"_s, &server, QDBusConnection::ExportAllSlots));
+    QVERIFY(connection.registerService(u"org.freedesktop.Notifications"_s));
+
+    KeyAccessPrompt prompt;
+    QSignalSpy accepted(&prompt, &KeyAccessPrompt::accepted);
+    prompt.show(u"Title"_s, u"Why"_s);
+    QVERIFY(!prompt.window());
+    QCOMPARE(prompt.notificationId(), 41u);
+    QCOMPARE(server.actionsShown(), (QStringList { u"allow"_s, KeyAccessPrompt::allowText() }));
+
+    const auto invoke = [&connection](uint id, const QString& action) {
+        QDBusMessage signal = QDBusMessage::createSignal(
+            u"/org/freedesktop/Notifications"_s, u"org.freedesktop.Notifications"_s, u"ActionInvoked"_s);
+        signal << id << action;
+        connection.send(signal);
+    };
+    // Another program's notification is none of its business.
+    invoke(7, u"allow"_s);
+    invoke(41, u"allow"_s);
+    QTRY_COMPARE(accepted.size(), 1);
+    QCOMPARE(prompt.notificationId(), 0u);
+
+    // Taken down when no longer needed.
+    prompt.show(u"Title"_s, u"Why"_s);
+    prompt.close();
+    QTRY_COMPARE(server.closed(), QList<uint> { 41 });
+    QMetaObject::invokeMethod(
+        &server, [&server] { server.moveToThread(QApplication::instance()->thread()); }, Qt::BlockingQueuedConnection);
+}
+
+QTEST_MAIN(TestKeyAccessPrompt)
+#include "testkeyaccessprompt.moc"
