@@ -56,6 +56,9 @@ class TestRemoteControl final : public QObject
 {
     Q_OBJECT
 
+signals:
+    void propertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList& invalidated);
+
 private slots:
     void init();
     void cleanup();
@@ -227,6 +230,23 @@ void TestRemoteControl::dbusRefusesWithoutChanging()
                             .value(0)
                             .toString();
     QVERIFY2(xml.contains(u"<property name=\"Visible\" type=\"b\" access=\"read\"/>"_s), qPrintable(xml));
+    QVERIFY2(xml.contains(u"<property name=\"KeySource\" type=\"s\" access=\"read\"/>"_s), qPrintable(xml));
+
+    // KeySource is read and announced like Visible.
+    QCOMPARE(DBusTest::callOn(client, u"org.freedesktop.DBus.Properties"_s, u"Get"_s,
+                 { QString::fromLatin1(DBusService::interfaceName), u"KeySource"_s })
+                 .arguments()
+                 .value(0)
+                 .value<QDBusVariant>()
+                 .variant(),
+        QVariant(u"none"_s));
+    QDBusConnection watcher = bus.connect();
+    QSignalSpy changes(this, &TestRemoteControl::propertiesChanged);
+    QVERIFY(watcher.connect({}, QString::fromLatin1(DBusService::objectPath), u"org.freedesktop.DBus.Properties"_s,
+        u"PropertiesChanged"_s, this, SIGNAL(propertiesChanged(QString, QVariantMap, QStringList))));
+    emit m_control->keySourceChanged(u"helper"_s);
+    QTRY_COMPARE(changes.size(), 1);
+    QCOMPARE(changes.at(0).at(1).toMap(), (QVariantMap { { u"KeySource"_s, u"helper"_s } }));
 }
 
 QTEST_GUILESS_MAIN(TestRemoteControl)
