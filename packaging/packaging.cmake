@@ -25,10 +25,16 @@ endif()
 configure_file("${_ordalis_pkg_src}/${ORDALIS_APP_ID}.metainfo.xml.in"
     "${_ordalis_pkg_out}/${ORDALIS_APP_ID}.metainfo.xml" @ONLY)
 configure_file("${_ordalis_pkg_src}/copyright.in" "${_ordalis_pkg_out}/copyright" @ONLY)
+# What pkexec asks before it starts ordalis-keyhelper, which it finds by the helper's installed path.
+if(NOT ORDALIS_KEYHELPER_INSTALLED_PATH)
+    message(FATAL_ERROR "packaging: src/input/keyhelper/keyhelper.cmake did not set the helper's installed path")
+endif()
+configure_file("${_ordalis_pkg_src}/${ORDALIS_APP_ID}.policy.in" "${_ordalis_pkg_out}/${ORDALIS_APP_ID}.policy" @ONLY)
 
 install(FILES "${_ordalis_pkg_src}/${ORDALIS_APP_ID}.desktop" DESTINATION share/applications)
 install(FILES "${_ordalis_pkg_out}/${ORDALIS_APP_ID}.metainfo.xml" DESTINATION share/metainfo)
 install(FILES "${_ordalis_pkg_out}/copyright" DESTINATION share/doc/ordalis)
+install(FILES "${_ordalis_pkg_out}/${ORDALIS_APP_ID}.policy" DESTINATION share/polkit-1/actions)
 
 # The icon: drawn once as SVG, rendered to the fixed sizes of the hicolor theme at build time.
 set(ORDALIS_ICON_SIZES 16 24 32 48 64 128 256)
@@ -78,13 +84,17 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 set(CPACK_DEBIAN_PACKAGE_NAME ordalis)
+# The prefix the helper's built-in path was made with (src/input/keyhelper/keyhelper.cmake).
+set(CPACK_PACKAGING_INSTALL_PREFIX "${ORDALIS_PACKAGE_PREFIX}")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${ORDALIS_PACKAGE_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${ORDALIS_HOMEPAGE}")
-# Depends comes from the libraries the binary links (Qt 6, libevdev, PipeWire, xcb), through dpkg-shlibdeps.
+# Depends comes from the libraries the binary links (Qt 6, libevdev, PipeWire, xcb), through dpkg-shlibdeps,
+# after pkexec: on Wayland Ordalis reads the keyboards through ordalis-keyhelper, which it starts with pkexec.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS pkexec)
 # Loaded only at run time: Qt's Wayland platform, for sessions with no X display to fall back on.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "qt6-wayland")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
 # Packs a build tree into the Debian package and checks it: contents, declared dependencies, desktop entry and
-# AppStream metadata as installed, icon sizes. As root it then installs the package with dpkg, runs `ordalis
-# --version` from PATH and removes the package again; without root that part is skipped (exit 77).
+# AppStream metadata as installed, icon sizes, the key-reading helper and its polkit action. As root it then
+# installs the package with dpkg, runs `ordalis --version` from PATH, asks polkit about the action and removes the
+# package again; without root that part is skipped (exit 77).
 #   testpackage.sh BUILD_DIR VERSION
 set -euo pipefail
 
 build=$1
 version=$2
 id=com.quietmakers.Ordalis
+helper=usr/libexec/ordalis/ordalis-keyhelper
+policy=usr/share/polkit-1/actions/$id.policy
 sizes=(16 24 32 48 64 128 256)
 # There is no display here: should ordalis bring Qt up before it answers, Qt finds a platform all the same.
 export QT_QPA_PLATFORM=offscreen
@@ -18,13 +21,17 @@ fail() {
     exit 1
 }
 
-for tool in cpack dpkg-deb dpkg-shlibdeps desktop-file-validate appstreamcli readelf; do
+for tool in cpack dpkg-deb dpkg-shlibdeps desktop-file-validate appstreamcli readelf xmllint; do
     command -v "$tool" >/dev/null || fail "$tool is missing (scripts/install-deps.sh installs it)"
 done
 
 work=$(mktemp -d)
 ours=
+bus_pid=
+polkitd_pid=
 cleanup() {
+    if [ -n "$polkitd_pid" ]; then kill "$polkitd_pid" 2>/dev/null || true; fi
+    if [ -n "$bus_pid" ]; then kill "$bus_pid" 2>/dev/null || true; fi
     # Whatever is installed under the name now, this run put there (it checks beforehand).
     if [ -n "$ours" ]; then dpkg_retry --purge ordalis >/dev/null || echo "could not remove ordalis again" >&2; fi
     rm -rf "$work"
@@ -55,21 +62,27 @@ deb="$work/out/ordalis_${version}_$(dpkg --print-architecture).deb"
 [ "$(dpkg-deb -f "$deb" Version)" = "$version" ] || fail "package version is not $version"
 depends=$(dpkg-deb -f "$deb" Depends)
 echo "Depends: $depends"
+# Ordalis starts its helper with pkexec.
+grep -Eq '(^|, )pkexec( |,|$)' <<<"$depends" || fail "Depends does not name pkexec"
 
 # --- Contents: Ordalis's own files, nothing else (no tests, benchmarks, libraries or headers) ---
 listing=$(dpkg-deb -c "$deb")
 files=$(awk '$1 !~ /^d/ { sub(/^\.\//, "", $6); print $6 }' <<<"$listing")
 allowed="^usr/bin/ordalis$|^usr/share/applications/$id\.desktop$|^usr/share/metainfo/$id\.metainfo\.xml$"
 allowed+="|^usr/share/icons/hicolor/([0-9]+x[0-9]+|scalable)/apps/$id\.(png|svg)$|^usr/share/doc/ordalis/[^/]+$"
+allowed+="|^usr/libexec/ordalis/ordalis-keyhelper$|^usr/share/polkit-1/actions/$id\.policy$"
 stray=$(grep -Ev "$allowed" <<<"$files" || true)
 [ -z "$stray" ] || fail "the package holds files that are not Ordalis's:"$'\n'"$stray"
 required=(usr/bin/ordalis usr/share/applications/$id.desktop usr/share/metainfo/$id.metainfo.xml
-    usr/share/icons/hicolor/scalable/apps/$id.svg usr/share/doc/ordalis/copyright)
+    usr/share/icons/hicolor/scalable/apps/$id.svg usr/share/doc/ordalis/copyright "$helper" "$policy")
 for size in "${sizes[@]}"; do required+=("usr/share/icons/hicolor/${size}x$size/apps/$id.png"); done
 for file in "${required[@]}"; do
     grep -qx "$file" <<<"$files" || fail "the package lacks $file"
 done
 grep -Eq '^-rwxr-xr-x root/root .* \./usr/bin/ordalis$' <<<"$listing" || fail "usr/bin/ordalis is not 0755 root/root"
+# The helper gets root from pkexec alone: never setuid or setgid.
+grep -Eq "^-rwxr-xr-x root/root .* \./$helper\$" <<<"$listing" || fail "$helper is not 0755 root/root, or is setuid"
+grep -Eq "^-rw-r--r-- root/root .* \./${policy//./\\.}\$" <<<"$listing" || fail "$policy is not 0644 root/root"
 if awk '{ print $2 }' <<<"$listing" | grep -vqx root/root; then fail "files not owned by root/root"; fi
 
 # --- The files as they land on disk ---
@@ -85,6 +98,28 @@ grep -qx "Icon=$id" "$desktop" || fail "the desktop entry does not name the icon
 grep -q "<release version=\"$version\"" "$root/usr/share/metainfo/$id.metainfo.xml" \
     || fail "the metainfo has no release $version"
 
+# It runs as root, so it links nothing it does not need: libevdev and the C and C++ runtimes, no Qt.
+needed=$(readelf -d "$root/$helper" | sed -n 's/.*Shared library: \[\(.*\)\]/\1/p')
+[ -n "$needed" ] || fail "readelf shows no libraries for $helper"
+runtime='^(libevdev\.so\.2|libstdc\+\+\.so\.6|libm\.so\.6|libgcc_s\.so\.1|libc\.so\.6)$'
+unneeded=$(grep -Ev "$runtime" <<<"$needed" || true)
+[ -z "$unneeded" ] || fail "$helper links more than libevdev and the C and C++ runtimes:"$'\n'"$unneeded"
+status=0
+"$root/$helper" --device-dir /nonexistent </dev/null >/dev/null 2>&1 || status=$?
+[ "$status" = 2 ] || fail "$helper took arguments (exit status $status, not 2)"
+
+out=$(xmllint --noout --nonet "$root/$policy" 2>&1) || fail "xmllint: $out"
+policy_value() {
+    xmllint --nonet --xpath "string(/policyconfig/action[@id='$id.read-keys']/$1)" "$root/$policy"
+}
+for setting in allow_any=no allow_inactive=no allow_active=auth_admin_keep; do
+    value=$(policy_value "defaults/${setting%=*}")
+    [ "$value" = "${setting#*=}" ] || fail "the policy's ${setting%=*} is \"$value\", not ${setting#*=}"
+done
+value=$(policy_value "annotate[@key='org.freedesktop.policykit.exec.path']")
+[ "$value" = "/$helper" ] || fail "the policy is for pkexec running \"$value\", not /$helper"
+[ -n "$(policy_value message)" ] || fail "the policy has no message for the user"
+
 for size in "${sizes[@]}"; do
     png="$root/usr/share/icons/hicolor/${size}x$size/apps/$id.png"
     # The PNG header's width and height: big-endian, 16 bytes in.
@@ -94,13 +129,13 @@ for size in "${sizes[@]}"; do
     [ "$w" = "$size" ] && [ "$h" = "$size" ] || fail "$png is ${w}x$h, not ${size}x$size"
 done
 
-# --- Declared dependencies: every library the program links is covered by Depends ---
+# --- Declared dependencies: every library the program and its helper link is covered by Depends ---
 binary="$root/usr/bin/ordalis"
-libraries=$(ldd "$binary")
+libraries=$(ldd "$binary" "$root/$helper")
 missing=$(grep 'not found' <<<"$libraries" || true)
 [ -z "$missing" ] || fail "unresolved libraries:"$'\n'"$missing"
 depended=$(tr ',|' '\n\n' <<<"$depends" | awk '{ print $1 }')
-sonames=$(readelf -d "$binary" | sed -n 's/.*Shared library: \[\(.*\)\]/\1/p')
+sonames=$(readelf -d "$binary" "$root/$helper" | sed -n 's/.*Shared library: \[\(.*\)\]/\1/p' | sort -u)
 paths=()
 for soname in $sonames; do
     # "soname => path (address)", or "path (address)" for the dynamic loader.
@@ -136,6 +171,64 @@ export PATH=/usr/sbin:/usr/bin:/sbin:/bin
 [ "$(command -v ordalis)" = /usr/bin/ordalis ] || fail "ordalis on PATH is $(command -v ordalis), not /usr/bin/ordalis"
 reported=$(cd / && ordalis --version) || fail "the installed ordalis --version failed"
 [ "$reported" = "Ordalis $version" ] || fail "the installed ordalis reports \"$reported\", not \"Ordalis $version\""
+
+# The action as polkit reads it once installed. pkaction asks polkitd over the system bus, which need not run here,
+# so a private bus carries the question to a polkitd of its own. Where polkitd cannot run, only this is skipped.
+polkit_skip=
+if [ ! -x /usr/lib/polkit-1/polkitd ] || ! command -v pkaction dbus-daemon >/dev/null; then
+    polkit_skip="polkitd, pkaction or dbus-daemon is missing (scripts/install-deps.sh installs them)"
+else
+    # polkitd runs as a user of its own, which must reach the bus's socket.
+    chmod 711 "$work"
+    mkdir -m 755 "$work/bus"
+    cat >"$work/bus.conf" <<END
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>unix:path=$work/bus/socket</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+</busconfig>
+END
+    if ! bus=$(dbus-daemon --config-file="$work/bus.conf" --print-address=1 --print-pid=1 --fork 2>"$work/bus.log")
+    then
+        polkit_skip="no private D-Bus: $(cat "$work/bus.log")"
+    else
+        bus_pid=$(sed -n 2p <<<"$bus")
+        DBUS_SYSTEM_BUS_ADDRESS=$(sed -n 1p <<<"$bus")
+        export DBUS_SYSTEM_BUS_ADDRESS
+        /usr/lib/polkit-1/polkitd --no-debug >"$work/polkitd.log" 2>&1 &
+        polkitd_pid=$!
+        # Asked again until polkitd owns its name on the bus, for 20 seconds at most.
+        deadline=$((SECONDS + 20))
+        while ! action=$(timeout 5 pkaction --verbose --action-id "$id.read-keys" 2>&1); do
+            if grep -q 'No action with action id' <<<"$action"; then fail "polkit does not know $id.read-keys"; fi
+            if ! kill -0 "$polkitd_pid" 2>/dev/null; then
+                polkit_skip="polkitd cannot run here: $(tail -n 3 "$work/polkitd.log")"
+                break
+            fi
+            if [ "$SECONDS" -ge "$deadline" ]; then
+                polkit_skip="polkitd runs but does not answer: $action"
+                break
+            fi
+            sleep 0.2
+        done
+    fi
+fi
+if [ -n "$polkit_skip" ]; then
+    echo "SKIP (the polkit action as installed, only): $polkit_skip"
+else
+    echo "$action"
+    for line in "implicit any: +no" "implicit inactive: +no" "implicit active: +auth_admin_keep" \
+        "annotation: +org\.freedesktop\.policykit\.exec\.path -> /$helper"; do
+        grep -Eq "^ *$line\$" <<<"$action" || fail "pkaction shows no \"$line\" for $id.read-keys:"$'\n'"$action"
+    done
+fi
 
 dpkg_retry --purge ordalis || fail "dpkg --purge ordalis failed"
 ours=

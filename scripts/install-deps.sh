@@ -9,10 +9,10 @@ packages=(
     libgtest-dev libbenchmark-dev
     libevdev-dev libxcb1-dev libxcb-xkb-dev libxcb-xinput-dev libx11-dev
     libpipewire-0.3-dev pipewire-bin
-    xvfb xdotool x11-utils openbox wmctrl trayer
+    xvfb xdotool x11-utils openbox wmctrl trayer weston xwayland
     curl ca-certificates
     dbus-daemon libglib2.0-bin
-    dpkg-dev desktop-file-utils appstream
+    dpkg-dev desktop-file-utils appstream libxml2-utils pkexec polkitd
     clang libclang-rt-14-dev
 )
 
