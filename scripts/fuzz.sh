@@ -10,7 +10,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
 jobs=${FUZZ_JOBS:-$(nproc)}
-harnesses=(themejson settings evdev updaterfeed)
+harnesses=(themejson settings evdev updaterfeed keyhelper)
 
 scripts/install-deps.sh
 scripts/build.sh fuzz
