@@ -1,19 +1,28 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The real program in the two kinds of session a user has. In a Wayland session (a headless weston with XWayland)
 // its window goes through XWayland while keys come from the devices: with none readable it asks once for key access,
-// the user's Return on "Allow Key Access…" starts the key helper, and a helper that keeps dying is restarted once,
-// then reported. Under a plain X server the same binary reads keys from X11.
+// the user's Return on "Allow Key Access…" starts the key helper (its test build, reading a named pipe that stands
+// in for a keyboard), a key pressed on that keyboard lights its cap, and a helper that keeps dying lets go of the
+// keys, is restarted once, then reported. Under a plain X server the same binary reads keys from X11.
 #include "dbustestsupport.h"
 #include "ordalisprogram.h"
 #include "x11testsupport.h"
 
+#include <QColor>
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTest>
 
+#include <fcntl.h>
+#include <linux/input.h>
 #include <signal.h>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <xcb/xcb.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -59,6 +68,39 @@ QList<qint64> helperPids(const QString& file)
         }
     }
     return result;
+}
+
+/** The colour of one pixel of `window` on `display`; invalid when it cannot be read. */
+QColor pixel(const QString& display, const QString& window, QPoint at)
+{
+    xcb_connection_t* c = xcb_connect(display.toLatin1().constData(), nullptr);
+    QColor colour;
+    if (!xcb_connection_has_error(c)) {
+        xcb_get_image_reply_t* image = xcb_get_image_reply(c,
+            xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, xcb_window_t(window.toUInt()), std::int16_t(at.x()),
+                std::int16_t(at.y()), 1, 1, ~0U),
+            nullptr);
+        if (image && xcb_get_image_data_length(image) >= 4) {
+            quint32 value;
+            std::memcpy(&value, xcb_get_image_data(image), 4);
+            colour = QColor::fromRgb(QRgb(value));
+        }
+        std::free(image);
+    }
+    xcb_disconnect(c);
+    return colour;
+}
+
+/** Writes what a keyboard sends: the key event and the report that closes it. */
+void type(int fd, int code, int value)
+{
+    input_event events[2] {};
+    events[0].type = EV_KEY;
+    events[0].code = quint16(code);
+    events[0].value = value;
+    events[1].type = EV_SYN;
+    events[1].code = SYN_REPORT;
+    QVERIFY(::write(fd, events, sizeof events) == ssize_t(sizeof events));
 }
 
 } // namespace
@@ -123,14 +165,26 @@ void TestE2ESessions::waylandSessionReadsTheDevices()
         },
         deadline));
 
-    // A stand-in for the helper that greets, notes its process id and waits for its input to close, as the helper
-    // does; it needs no password and ignores the helper's path it is handed.
+    // A keyboard for the helper's test build: a named pipe with the keys it has (A, Z, space) and none held. It
+    // stays open here for writing, so what is written waits for the helper.
+    const QString devices = m_home.path(u"devices"_s);
+    QVERIFY(QDir().mkpath(devices));
+    const QByteArray keyboard = QFile::encodeName(devices + u"/event0"_s);
+    QCOMPARE(::mkfifo(keyboard.constData(), 0600), 0);
+    const int device = ::open(keyboard.constData(), O_RDWR | O_CLOEXEC);
+    QVERIFY(device >= 0);
+    QByteArray header(2 * 96 + 1, '\0');
+    for (int code : { KEY_A, KEY_Z, KEY_SPACE })
+        header[code / 8] = char(header[code / 8] | 1 << code % 8);
+    QCOMPARE(::write(device, header.constData(), std::size_t(header.size())), ssize_t(header.size()));
+
+    // Started as pkexec would start the helper, but without a password; it notes its process id.
     const QString pids = m_home.path(u"helper-pids"_s);
     const QString launcher = m_home.path(u"launcher.sh"_s);
     QFile script(launcher);
     QVERIFY(script.open(QIODevice::WriteOnly));
-    script.write(u"#!/bin/sh\necho $$ >> '%1'\nprintf '\\001\\000\\000\\000\\001\\000\\000\\000'\nexec cat >/dev/null\n"_s
-                     .arg(pids)
+    script.write(u"#!/bin/sh\necho $$ >> '%1'\nexec '%2' --device-dir '%3'\n"_s
+                     .arg(pids, QStringLiteral(ORDALIS_KEYHELPER_TESTING_BINARY), devices)
                      .toUtf8());
     script.close();
     QVERIFY(script.setPermissions(script.permissions() | QFileDevice::ExeOwner));
@@ -157,9 +211,25 @@ void TestE2ESessions::waylandSessionReadsTheDevices()
     QTRY_COMPARE_WITH_TIMEOUT(keySource(bus), u"helper"_s, deadline);
     QVERIFY(!hasWindow(display, request));
 
-    // A helper that dies is started once more; when that one dies too, keys stop and the user is told.
+    // A key pressed on the keyboard lights its cap (amber in the default theme) and goes dark when let go.
+    const QString panel
+        = onDisplay(display, u"xdotool"_s, { u"search"_s, u"--name"_s, u"Ordalis Keyboard"_s }).split(u'\n').first();
+    const QPoint capA(128, 190);
+    const auto lit = [&] { return pixel(display, panel, capA).red() > 150; };
+    const auto dark = [&] { const QColor c = pixel(display, panel, capA); return c.isValid() && c.red() < 80; };
+    QTRY_VERIFY_WITH_TIMEOUT(dark(), deadline);
+    type(device, KEY_A, 1);
+    QTRY_VERIFY_WITH_TIMEOUT(lit(), deadline);
+    type(device, KEY_A, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(dark(), deadline);
+
+    // A helper that dies with a key held lets go of it and is started once more; when that one dies too, keys stop
+    // and the user is told, once.
+    type(device, KEY_A, 1);
+    QTRY_VERIFY_WITH_TIMEOUT(lit(), deadline);
     QCOMPARE(helperPids(pids).size(), 1);
     ::kill(pid_t(helperPids(pids).constLast()), SIGKILL);
+    QTRY_VERIFY_WITH_TIMEOUT(dark(), deadline);
     QTRY_COMPARE_WITH_TIMEOUT(helperPids(pids).size(), 2, deadline);
     QTRY_COMPARE_WITH_TIMEOUT(keySource(bus), u"helper"_s, deadline);
     ::kill(pid_t(helperPids(pids).constLast()), SIGKILL);
@@ -167,6 +237,7 @@ void TestE2ESessions::waylandSessionReadsTheDevices()
     QTRY_VERIFY_WITH_TIMEOUT(hasWindow(display, u"Ordalis cannot see which keys you press"_s), deadline);
     QTest::qWait(3000);
     QCOMPARE(helperPids(pids).size(), 2);
+    ::close(device);
 
     m_ordalis->terminate();
     QVERIFY(m_ordalis->waitForFinished(deadline));
