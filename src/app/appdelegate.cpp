@@ -54,7 +54,10 @@ AppDelegate::AppDelegate(SettingsStore& settings, Clock& clock, Environment envi
 AppDelegate::~AppDelegate()
 {
     shutdown();
-    // The panel and the windows refer to the monitor and the settings, so they go first.
+    // The panel and the windows refer to the monitor and the settings, so they go first. Messages still open go
+    // with the coordinator: after the event loop has ended, closing them would no longer delete them.
+    for (const QPointer<QMessageBox>& box : std::as_const(m_openMessages))
+        delete box.data();
     m_settingsWindow.reset();
     m_panel.reset();
     m_menuBar.reset();
@@ -439,4 +442,6 @@ void AppDelegate::showMessage(const QString& title, const QString& text, const Q
     box->activateWindow();
     if (!alongside)
         m_message = box;
+    m_openMessages.removeAll(nullptr);
+    m_openMessages.append(box);
 }

@@ -165,6 +165,7 @@ private:
     std::unique_ptr<KeyboardPanel> m_panel;
     std::unique_ptr<SettingsWindow> m_settingsWindow;
     QPointer<QMessageBox> m_message;
+    QList<QPointer<QMessageBox>> m_openMessages;
     std::unique_ptr<KeyAccessPrompt> m_accessPrompt;
     InputBackend::Source m_keySource = InputBackend::Source::none;
 

@@ -32,6 +32,8 @@ KeyAccessPrompt::KeyAccessPrompt(QObject* parent)
 
 KeyAccessPrompt::~KeyAccessPrompt()
 {
+    // Directly: after the event loop has ended, a later deletion would never come.
+    delete m_window.data();
     close();
 }
 
