@@ -59,8 +59,13 @@ public:
     Source source() const override { return running ? Source::helper : Source::none; }
     bool canRequestAccess() const override { return requestable && state != Access::granted; }
     void requestAccess() override { ++requests; }
+    void setSwallowedShortcuts(bool escape, bool settingsShortcut) override
+    {
+        swallowed = { escape, settingsShortcut };
+    }
 
     Access state = Access::granted;
+    std::pair<bool, bool> swallowed { false, false };
     bool requestable = false;
     int requests = 0;
     mutable int accessChecks = 0;
@@ -116,6 +121,7 @@ private slots:
     void accessIsAskedForUntilGranted();
     void accessThatCannotComeIsNotPolled();
     void keyAccessIsRequestedOnceAndOnDemand();
+    void shortcutsAreHeldBackOnlyWhileHovered();
     void anUnreadableSettingsFileIsExplainedOnce();
     void shutdownStopsEverything();
     void settingsWindowIsAnOrdinaryWindow();
@@ -439,6 +445,37 @@ void TestCoordinator::keyAccessIsRequestedOnceAndOnDemand()
     QCOMPARE(app.menuBarView()->menu()->actions().constFirst()->text(), u"Keys: helper"_s);
     restart(true);
     QCOMPARE(m_app->fullMenu(), nullptr);
+}
+
+void TestCoordinator::shortcutsAreHeldBackOnlyWhileHovered()
+{
+    AppDelegate& app = start();
+    app.showKeyboard();
+    KeyboardPanel& panel = *app.keyboardPanel();
+    using Held = std::pair<bool, bool>;
+
+    panel.setHovering(true);
+    QCOMPARE(m_backend->swallowed, Held(false, true));
+    m_settings->setValue(SettingKeys::escapeToHideOnHover(), true);
+    QCOMPARE(m_backend->swallowed, Held(true, true));
+    panel.setHovering(false);
+    QCOMPARE(m_backend->swallowed, Held(false, false));
+
+    // Hidden while the pointer was over it: nothing stays held back, not even for a moment after.
+    panel.setHovering(true);
+    app.hideKeyboard();
+    QCOMPARE(m_backend->swallowed, Held(false, false));
+    m_settings->setValue(SettingKeys::escapeToHideOnHover(), false);
+    m_settings->setValue(SettingKeys::escapeToHideOnHover(), true);
+    QCOMPARE(m_backend->swallowed, Held(false, false));
+
+    app.showKeyboard();
+    QCOMPARE(m_backend->swallowed, Held(false, false));
+    panel.setHovering(false);
+    panel.setHovering(true);
+    QCOMPARE(m_backend->swallowed, Held(true, true));
+    app.shutdown();
+    QCOMPARE(m_backend->swallowed, Held(false, false));
 }
 
 void TestCoordinator::shutdownStopsEverything()

@@ -44,6 +44,10 @@ AppDelegate::AppDelegate(SettingsStore& settings, Clock& clock, Environment envi
     , m_trayAvailable(environment.trayAvailable.value_or(MenuBarView::isTrayAvailable()))
 {
     m_monitor->attach(m_backend);
+    connect(&m_settings, &SettingsStore::valueChanged, this, [this](const QString& name) {
+        if (name == SettingKeys::escapeToHideOnHover().name())
+            updateHeldBackShortcuts();
+    });
     if (m_backend) {
         connect(m_backend, &InputBackend::accessChanged, this, &AppDelegate::onAccessChanged);
         connect(m_backend, &InputBackend::accessRequestFailed, this, &AppDelegate::onAccessRequestFailed);
@@ -122,6 +126,8 @@ void AppDelegate::shutdown()
 {
     if (m_shutDown)
         return;
+    if (m_backend)
+        m_backend->setSwallowedShortcuts(false, false);
     m_shutDown = true;
 
     m_monitor->stop();
@@ -325,10 +331,20 @@ void AppDelegate::singleTapWhileHovering()
         m_panel->toggleAutoHide();
 }
 
+void AppDelegate::updateHeldBackShortcuts()
+{
+    if (!m_backend || m_shutDown)
+        return;
+    const bool hovered = m_isVisible && m_panel && m_panel->isHovering();
+    m_backend->setSwallowedShortcuts(hovered && m_settings.value(SettingKeys::escapeToHideOnHover()), hovered);
+}
+
 void AppDelegate::showKeyboard()
 {
-    if (!m_panel)
+    if (!m_panel) {
         m_panel = std::make_unique<KeyboardPanel>(m_settings, m_clock, m_monitor.get(), this);
+        connect(m_panel.get(), &KeyboardPanel::hoveringChanged, this, &AppDelegate::updateHeldBackShortcuts);
+    }
     m_panel->show();
     m_panel->raise();
     m_panel->setShownAt(m_clock.now());
@@ -345,6 +361,7 @@ void AppDelegate::hideKeyboard()
     if (m_panel)
         m_panel->hide();
     const bool wasVisible = std::exchange(m_isVisible, false);
+    updateHeldBackShortcuts();
     m_userHid = true;
     m_settings.setValue(SettingKeys::keyboardVisible(), false);
     refreshMenu();

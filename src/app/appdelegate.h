@@ -141,6 +141,11 @@ private:
     void explainAccess(InputBackend::Access access);
     void onAccessChanged();
     void onAccessRequestFailed(const QString& message);
+    /**
+     * While the keyboard is hovered, Escape (with "escapeToHideOnHover" on) and Super+comma go to Ordalis alone, where
+     * the back end can keep keys from other applications.
+     */
+    void updateHeldBackShortcuts();
     /** Without a tray, says once how to bring a hidden keyboard back. */
     void explainHiddenWithoutTray();
     /** Tells the user, once per file, that the settings file could not be read and where it was kept. */

@@ -8,6 +8,8 @@
 #include <QRectF>
 #include <QWidget>
 
+#include <utility>
+
 #include <limits>
 
 class HoverTrackingView;
@@ -74,7 +76,11 @@ public:
 
     /** The pointer is over the panel. Written only by the hover tracking view; read by the gesture hotkeys. */
     bool isHovering() const { return m_isHovering; }
-    void setHovering(bool hovering) { m_isHovering = hovering; }
+    void setHovering(bool hovering)
+    {
+        if (std::exchange(m_isHovering, hovering) != hovering)
+            emit hoveringChanged(hovering);
+    }
 
     /** While true, hovering neither fades the panel nor lets clicks through. Cleared on leaving and by toggling. */
     bool autoHideOverride() const { return m_autoHideOverride; }
@@ -109,6 +115,8 @@ public:
 signals:
     /** The panel started or stopped letting clicks through. */
     void clickThroughChanged(bool clickThrough);
+    /** isHovering() changed. */
+    void hoveringChanged(bool hovering);
 
 protected:
     bool event(QEvent* event) override;
