@@ -180,11 +180,7 @@ void AppDelegate::explainAccess(InputBackend::Access access)
         return;
     m_accessExplained = true;
     if (access == InputBackend::Access::denied && m_backend->canRequestAccess()) {
-        if (!m_accessPrompt) {
-            m_accessPrompt = std::make_unique<KeyAccessPrompt>();
-            connect(m_accessPrompt.get(), &KeyAccessPrompt::accepted, this, &AppDelegate::requestKeyAccess);
-        }
-        m_accessPrompt->show(tr("Ordalis needs permission to see which keys you press"),
+        showAccessPrompt(tr("Ordalis needs permission to see which keys you press"),
             tr("On this desktop Ordalis reads the keyboard itself to show the keys you press in every application. "
                "A small helper does the reading once you allow it with your password; it tells Ordalis which keys "
                "go down and up, nothing else, until Ordalis quits."));
@@ -219,12 +215,17 @@ void AppDelegate::onAccessRequestFailed(const QString& message)
 {
     if (m_shutDown)
         return;
+    showAccessPrompt(tr("Ordalis cannot see which keys you press"), message);
+    refreshMenu();
+}
+
+void AppDelegate::showAccessPrompt(const QString& title, const QString& text)
+{
     if (!m_accessPrompt) {
         m_accessPrompt = std::make_unique<KeyAccessPrompt>();
         connect(m_accessPrompt.get(), &KeyAccessPrompt::accepted, this, &AppDelegate::requestKeyAccess);
     }
-    m_accessPrompt->show(tr("Ordalis cannot see which keys you press"), message);
-    refreshMenu();
+    m_accessPrompt->show(title, text);
 }
 
 InputBackend::Source AppDelegate::keySource() const

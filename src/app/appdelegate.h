@@ -141,6 +141,8 @@ private:
     void explainAccess(InputBackend::Access access);
     void onAccessChanged();
     void onAccessRequestFailed(const QString& message);
+    /** Puts up the request for key access, with its "Allow Key Access…" button. */
+    void showAccessPrompt(const QString& title, const QString& text);
     /**
      * While the keyboard is hovered, Escape (with "escapeToHideOnHover" on) and Super+comma go to Ordalis alone, where
      * the back end can keep keys from other applications.

@@ -195,10 +195,8 @@ void KeyHelperBackend::readOutput()
         const QString why = m_stream->error();
         m_mayRestart = false;
         endProcess();
-        setState(State::failed);
-        emit accessRequestFailed(
-            tr("The key helper sent something Ordalis does not understand (%1), so keys are no longer shown. %2")
-                .arg(why, tryAgainText()));
+        fail(tr("The key helper sent something Ordalis does not understand (%1), so keys are no longer shown.")
+                .arg(why));
         return;
     }
     if (!wasReady && m_stream->isReady()) {
@@ -231,20 +229,17 @@ void KeyHelperBackend::onFinished(int exitCode, bool crashed)
             launch();
             return;
         }
-        setState(State::failed);
-        emit accessRequestFailed(tr("The key helper stopped, so keys are no longer shown. %1").arg(tryAgainText()));
+        fail(tr("The key helper stopped, so keys are no longer shown."));
         return;
     }
 
-    setState(State::failed);
     if (!crashed && exitCode == pkexecDismissed)
-        emit accessRequestFailed(tr("Key access was not allowed: the password dialog was closed. %1").arg(tryAgainText()));
+        fail(tr("Key access was not allowed: the password dialog was closed."));
     else if (!crashed && exitCode == pkexecNotAuthorized)
-        emit accessRequestFailed(tr("Key access was refused: you were not authorized, or no password dialog could be "
-                                    "shown on this desktop. %1")
-                                     .arg(tryAgainText()));
+        fail(tr("Key access was refused: you were not authorized, or no password dialog could be shown on this "
+                "desktop."));
     else
-        emit accessRequestFailed(tr("The key helper could not start. %1").arg(tryAgainText()));
+        fail(tr("The key helper could not start."));
 }
 
 void KeyHelperBackend::onFailedToStart()
@@ -254,9 +249,13 @@ void KeyHelperBackend::onFailedToStart()
         process->deleteLater();
     if (m_stream)
         m_stream->finish();
+    fail(tr("The key helper could not be started (%1 is missing).").arg(m_launch ? m_launch->program : QString()));
+}
+
+void KeyHelperBackend::fail(const QString& what)
+{
     setState(State::failed);
-    emit accessRequestFailed(tr("The key helper could not be started (%1 is missing). %2")
-                                 .arg(m_launch ? m_launch->program : QString(), tryAgainText()));
+    emit accessRequestFailed(what + u' ' + tryAgainText());
 }
 
 void KeyHelperBackend::setState(State state)

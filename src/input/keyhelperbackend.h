@@ -84,6 +84,8 @@ private:
     void onFinished(int exitCode, bool crashed);
     void onFailedToStart();
     void setState(State state);
+    /** Gives up: keys are not read, and the user hears `what` once, with how to try again. */
+    void fail(const QString& what);
     /** Closes the helper's input so it ends, and forgets the process. */
     void endProcess();
 
