@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Cost of drawing the keyboard: a whole frame at the default panel width, and the repaint of one key when it is
 // pressed (its rectangle only, as the panel does). Run with QT_QPA_PLATFORM=offscreen.
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "input/keyboardmonitor.h"
 #include "keyboard/keyboardscene.h"
 

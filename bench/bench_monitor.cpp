@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "input/triggermodifier.h"
+#include "base/settingsstore.h"
 #include "input/hotkeymanager.h"
 #include "input/keyboardmonitor.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What one recording check costs: the process scan, and PipeWire with no daemon to reach (a refused connection
 // every check) and with a connected daemon (handling what arrived since the last check).
-#include "app/pipewirerecordingsource.h"
-#include "app/recordingsources.h"
+#include "input/pipewirerecordingsource.h"
+#include "input/recordingsources.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -3,9 +3,10 @@
 // the slider's move, writing the configuration to the settings file, every control and the theme list following
 // it, the tab's own repaint, the store noticing its own file change, and the keyboard repainting what it reports
 // as changed into an image the size of the panel. Run with QT_QPA_PLATFORM=offscreen.
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "keyboard/keyboardscene.h"
 #include "theme/themefileaccess.h"
 #include "ui/gradientslider.h"

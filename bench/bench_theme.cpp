@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "theme/themejson.h"
 
 #include <QCoreApplication>

@@ -3,4 +3,4 @@
 find_package(Qt6 6.4 REQUIRED COMPONENTS Test)
 add_executable(bench_settings bench_settings.cpp)
 target_link_libraries(bench_settings
-    PRIVATE ordalis_stylingtab ordalis_keyboard Qt6::Test benchmark::benchmark ordalis_warnings)
+    PRIVATE ordalis_ui ordalis_keyboard Qt6::Test benchmark::benchmark ordalis_warnings)

@@ -11,15 +11,18 @@ set(ORDALIS_PACKAGE_MAINTAINER "Quiet Makers <packages@ordalis.quietmakers.inval
 set(_ordalis_pkg_src "${CMAKE_CURRENT_LIST_DIR}")
 set(_ordalis_pkg_out "${PROJECT_BINARY_DIR}/packaging")
 
-# The program's addresses live in src/app/appconfig.h alone; the homepage is the site the contact page is on.
-file(READ "${PROJECT_SOURCE_DIR}/src/app/appconfig.h" _ordalis_appconfig)
-if(NOT _ordalis_appconfig MATCHES "contactUrl\\(\\)[^\"]*\"(https?://[^/\"]+)([^\"]*)\"")
-    message(FATAL_ERROR "packaging: no contactUrl() address found in src/app/appconfig.h")
+# The addresses are build options (src/ui/CMakeLists.txt); lines for those left unset are left out.
+set(ORDALIS_METAINFO_URLS "")
+set(ORDALIS_COPYRIGHT_SOURCE "")
+set(ORDALIS_POLICY_VENDOR_URL "")
+if(ORDALIS_HOMEPAGE_URL)
+    string(APPEND ORDALIS_METAINFO_URLS "  <url type=\"homepage\">${ORDALIS_HOMEPAGE_URL}</url>\n")
+    set(ORDALIS_COPYRIGHT_SOURCE "Source: ${ORDALIS_HOMEPAGE_URL}\n")
+    set(ORDALIS_POLICY_VENDOR_URL "  <vendor_url>${ORDALIS_HOMEPAGE_URL}</vendor_url>\n")
 endif()
-set(ORDALIS_HOMEPAGE "${CMAKE_MATCH_1}/")
-set(ORDALIS_CONTACT "${CMAKE_MATCH_1}${CMAKE_MATCH_2}")
-if(_ordalis_appconfig MATCHES "homepageUrl\\(\\)[^\"]*\"(https?://[^\"]+)\"")
-    set(ORDALIS_HOMEPAGE "${CMAKE_MATCH_1}")
+if(ORDALIS_CONTACT_URL)
+    string(APPEND ORDALIS_METAINFO_URLS "  <url type=\"contact\">${ORDALIS_CONTACT_URL}</url>\n")
+    string(PREPEND ORDALIS_COPYRIGHT_SOURCE "Upstream-Contact: ${ORDALIS_CONTACT_URL}\n")
 endif()
 
 configure_file("${_ordalis_pkg_src}/${ORDALIS_APP_ID}.metainfo.xml.in"

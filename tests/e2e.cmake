@@ -10,7 +10,7 @@ add_dependencies(teste2etray ordalis)
 set_tests_properties(teste2etray PROPERTIES TIMEOUT 300)
 
 # The real program in a Wayland session (headless weston with XWayland) and in an X11 session.
-ordalis_add_test(teste2esessions LIBS ordalis_core PkgConfig::XCB Qt6::Gui Qt6::DBus)
+ordalis_add_test(teste2esessions LIBS ordalis_keyboard PkgConfig::XCB Qt6::Gui Qt6::DBus)
 target_compile_definitions(teste2esessions PRIVATE ORDALIS_BINARY="$<TARGET_FILE:ordalis>"
     ORDALIS_KEYHELPER_TESTING_BINARY="$<TARGET_FILE:ordalis-keyhelper-testing>")
 add_dependencies(teste2esessions ordalis ordalis-keyhelper-testing)

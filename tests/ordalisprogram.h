@@ -3,8 +3,8 @@
 // option switched on, the program with its output kept in files, and its keyboard panel.
 #pragma once
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
 #include "x11testsupport.h"
 
 #include <QDir>

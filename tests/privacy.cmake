@@ -1,3 +1,3 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-ordalis_add_test(testprivacymonitor LIBS ordalis_privacy ordalis_core)
-ordalis_add_test(testscreencast LIBS ordalis_privacy PkgConfig::PIPEWIRE)
+ordalis_add_test(testprivacymonitor LIBS ordalis_input ordalis_keyboard)
+ordalis_add_test(testscreencast LIBS ordalis_input PkgConfig::PIPEWIRE)

@@ -7,14 +7,14 @@ ordalis_add_test(testkeysoak LIBS ordalis_input)
 set_tests_properties(testkeysoak PROPERTIES TIMEOUT 240)
 
 # Kills a writer of its own many times while it saves; starts two copies of the real program at once.
-ordalis_add_test(testsettingsdurability LIBS ordalis_core)
+ordalis_add_test(testsettingsdurability LIBS ordalis_keyboard)
 target_compile_definitions(testsettingsdurability PRIVATE ORDALIS_BINARY="$<TARGET_FILE:ordalis>")
 add_dependencies(testsettingsdurability ordalis)
 set_tests_properties(testsettingsdurability PROPERTIES TIMEOUT 240)
 
 # The real program on a private Xvfb; each skips without Xvfb and xdotool.
 foreach(unit keystrokeprivacy longrun)
-    ordalis_add_test(test${unit} LIBS ordalis_core PkgConfig::XCB Qt6::Gui)
+    ordalis_add_test(test${unit} LIBS ordalis_keyboard PkgConfig::XCB Qt6::Gui)
     target_compile_definitions(test${unit} PRIVATE ORDALIS_BINARY="$<TARGET_FILE:ordalis>")
     add_dependencies(test${unit} ordalis)
 endforeach()

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // How the coordinator shows, hides and remembers the keyboard panel, and what the gestures do to it.
 #include "app/appdelegate.h"
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "input/triggermodifier.h"
+#include "base/settingsstore.h"
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
 #include "input/modifierflags.h"

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The command line, the key names it takes and the request lines it sends to a running Ordalis.
 #include "app/commandline.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "keyboard/keynames.h"
 
 #include <QFile>

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The real ordalis driven from its command line and over D-Bus: a running instance on the offscreen platform with a
 // private session bus, later starts that command it, and pictures drawn with --render.
-#include "app/clock.h"
+#include "base/clock.h"
 #include "app/dbusservice.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "dbustestsupport.h"
 #include "input/keyboardmonitor.h"
 #include "panel/keyboardcontentview.h"

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // A user's day with the real ordalis, end to end: a private Xvfb with openbox and a trayer tray, keys and clicks from
 // xdotool (XTEST), the screen read back. Skips when Xvfb, openbox, trayer or xdotool is missing.
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "keyboard/keyboardscene.h"
 #include "theme/themestyle.h"
 #include "x11testsupport.h"

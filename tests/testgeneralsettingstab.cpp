@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The General tab on the offscreen platform, with a real settings store, key state monitor and updater.
-#include "app/clock.h"
-#include "app/launchatlogin.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
-#include "app/updatermanager.h"
+#include "testsupport.h"
+#include "base/clock.h"
+#include "ui/launchatlogin.h"
+#include "base/settingkeys.h"
+#include "input/triggermodifier.h"
+#include "base/settingsstore.h"
+#include "ui/updatermanager.h"
 #include "input/hotkeymanager.h"
 #include "input/keyboardmonitor.h"
 #include "ui/generalsettingstab.h"
@@ -114,7 +116,7 @@ void TestGeneralSettingsTab::sectionsAndTexts()
     QStringList order;
     for (QObject* child : tab.behaviourSection()->content()->findChildren<QWidget*>()) {
         const QString name = child->objectName();
-        if (SettingKeys::allNames().contains(name) && !order.contains(name))
+        if (TestSupport::allSettingNames().contains(name) && !order.contains(name))
             order << name;
     }
     const QStringList expected { u"enableGlobalHotkey"_s, u"triggerModifier"_s, u"launchAtLogin"_s,

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The keyboard panel on the offscreen platform, with time driven by hand.
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "keyboard/keyboardscene.h"
 #include "keyboard/keyshape.h"
 #include "panel/hovertrackingview.h"

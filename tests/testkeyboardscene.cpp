@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The drawn scene: sizes, what gets repainted when, the press and release animation as pixels, theme changes.
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "input/keyboardmonitor.h"
 #include "keyboard/keyboardscene.h"
 #include "keyboard/keycapview.h"

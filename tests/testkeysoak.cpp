@@ -4,9 +4,9 @@
 // auto-repeat, a remapped Caps Lock), then through the X11 back end on a private Xvfb typed into with xdotool.
 //
 // Each run draws a seed and prints it; ORDALIS_SOAK_SEED=<n> repeats a run.
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
 #include "input/evdeveventstream.h"
 #include "input/inputbackend.h"
 #include "input/keyboardmonitor.h"

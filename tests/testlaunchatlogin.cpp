@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/launchatlogin.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "ui/launchatlogin.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
 
 #include <QDir>
 #include <QFile>

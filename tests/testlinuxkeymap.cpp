@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "input/linuxkeymap.h"
+#include "keyboard/keyboardlayout.h"
 
 #include <QSet>
 #include <QTest>

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The tray menu on the offscreen platform, inspected through its actions.
-#include "app/appconfig.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "ui/appconfig.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "input/triggermodifier.h"
 #include "theme/themelibrary.h"
 #include "ui/menubaractions.h"

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Runs the real ordalis on a private Xvfb with openbox, types with xdotool (XTEST) as a user would, and looks at the
 // screen. Skips when Xvfb, openbox or xdotool are missing.
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "keyboard/keyboardscene.h"
 #include "theme/hsbcolor.h"
 #include "theme/themestyle.h"

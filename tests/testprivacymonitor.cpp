@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/clock.h"
-#include "app/privacymonitor.h"
-#include "app/recordingsources.h"
+#include "base/clock.h"
+#include "input/privacymonitor.h"
+#include "input/recordingsources.h"
 
 #include <QDir>
 #include <QFile>

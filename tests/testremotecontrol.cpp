@@ -2,8 +2,9 @@
 // Commands to the running program: over the instance socket from a later start, and over D-Bus (on a private bus).
 #include "app/dbusservice.h"
 #include "app/remotecontrol.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "app/singleinstance.h"
 #include "dbustestsupport.h"
 #include "ui/menubaractions.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Screen casts seen through PipeWire: the rules on the registry graph, then the source against a private daemon with
 // a capture node and a consumer stream linked to it, as a screen cast looks to the rest of the desktop.
-#include "app/pipewirerecordingsource.h"
-#include "app/screencastgraph.h"
+#include "input/pipewirerecordingsource.h"
+#include "input/screencastgraph.h"
 
 #include <QDeadlineTimer>
 #include <QProcess>

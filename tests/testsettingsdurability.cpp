@@ -4,8 +4,9 @@
 //
 // Run with "--write-themes <file> <first>" the test binary is the writer that gets killed: it saves numbered theme
 // lists and themes as fast as it can and tells each completed save on its standard output.
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Rows and their bindings to settings, on the offscreen platform.
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "ui/gradientslider.h"
 #include "ui/settingsrows.h"
 #include "ui/toggleswitch.h"

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "testsupport.h"
+#include "base/settingkeys.h"
+#include "input/triggermodifier.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "theme/themejson.h"
 
 #include <QDir>
@@ -86,7 +89,7 @@ void TestSettingsStore::defaultsNeverReachTheFile()
     // Defaults sit in the registration layer only: nothing of them reaches the file, even after a write.
     store.setValue(SettingKeys::glowDecay(), 0.3);
     QCOMPARE(notDefault(store), QStringList { u"glowDecay"_s });
-    for (const QString& name : SettingKeys::allNames())
+    for (const QString& name : TestSupport::allSettingNames())
         QCOMPARE(store.hasStoredEntry(name), name == u"glowDecay");
     QCOMPARE(fileObject().keys(), QStringList { u"glowDecay"_s });
     QCOMPARE(store.registeredDefault(u"triggerModifier"_s), QVariant(u"\"leftControl\""_s));

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The Styling tab's sections on the offscreen platform: real widgets, a real settings store and a keyboard scene
 // that follows the same store, as the panel does.
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "keyboard/keyboardscene.h"
 #include "theme/themefileaccess.h"
 #include "theme/themelibrary.h"

@@ -2,8 +2,9 @@
 // The theme library: menu choice, the editing state of the theme list, saving, renaming, deleting, import, export.
 #include "fakethemefileaccess.h"
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "theme/themejson.h"
 #include "theme/themelibrary.h"
 

@@ -3,8 +3,9 @@
 // the toolbar, driven with mouse and keys against a real settings store.
 #include "fakethemefileaccess.h"
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "theme/themejson.h"
 #include "theme/themelibrary.h"
 #include "ui/gradientslider.h"

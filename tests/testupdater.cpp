@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
-#include "app/updaterfeed.h"
-#include "app/updatermanager.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
+#include "ui/updaterfeed.h"
+#include "ui/updatermanager.h"
 
 #include <QNetworkProxyFactory>
 #include <QPointer>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/appdelegate.h"
 
-#include "app/launchatlogin.h"
-#include "app/privacymonitor.h"
-#include "app/recordingsources.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
-#include "app/updatermanager.h"
+#include "ui/launchatlogin.h"
+#include "input/privacymonitor.h"
+#include "input/recordingsources.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
+#include "ui/updatermanager.h"
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
 #include "input/keyboardmonitor.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "app/clock.h"
-#include "app/recordingsources.h"
+#include "base/clock.h"
+#include "input/recordingsources.h"
 #include "input/inputbackend.h"
 #include "panel/panelactions.h"
 #include "ui/menubaractions.h"

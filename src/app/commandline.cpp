@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/commandline.h"
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "keyboard/keynames.h"
 
 #include <QCommandLineParser>

@@ -4,7 +4,7 @@
 #include "app/commandline.h"
 #include "app/remotecontrol.h"
 #include "app/renderer.h"
-#include "app/settingsstore.h"
+#include "base/settingsstore.h"
 #include "app/singleinstance.h"
 #include "input/inputbackendfactory.h"
 #include "input/latencyprobe.h"

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/renderer.h"
 
-#include "app/clock.h"
+#include "base/clock.h"
 #include "app/commandline.h"
 #include "app/remotecontrol.h"
-#include "app/settingsstore.h"
+#include "base/settingsstore.h"
 #include "input/keyboardmonitor.h"
 #include "keyboard/keyboardscene.h"
 #include "theme/themejson.h"

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "input/modifierflags.h"
-#include "keyboard/keyboardlayout.h"
+#include "base/keycode.h"
 
 #include <QObject>
 #include <QPointer>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "app/clock.h"
+#include "base/clock.h"
 #include "input/modifierflags.h"
-#include "keyboard/keyboardlayout.h"
+#include "base/keycode.h"
 
 #include <QList>
 #include <QObject>

@@ -3,7 +3,7 @@
 
 #include "input/linuxkeymap.h"
 #include "input/modifierflags.h"
-#include "keyboard/keyboardlayout.h"
+#include "base/keycode.h"
 
 #include <QObject>
 

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "input/triggermodifier.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+
 #include <array>
 
 using namespace Qt::StringLiterals;
@@ -104,3 +107,28 @@ bool isTriggerPressed(ModifierFlags flags, KeyCode keyCode, TriggerModifier trig
 }
 
 } // namespace TriggerModifiers
+
+QVariant SettingCodec<TriggerModifier>::encode(TriggerModifier value)
+{
+    // Let the JSON writer quote and escape the raw value, then drop the array brackets around it.
+    const QByteArray text = QJsonDocument(QJsonArray { TriggerModifiers::toJson(value) }).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(text.mid(1, text.size() - 2));
+}
+
+std::optional<TriggerModifier> SettingCodec<TriggerModifier>::decode(const QVariant& stored)
+{
+    if (!SettingCodecs::isString(stored))
+        return std::nullopt;
+    // The JSON reader takes only arrays and objects at the top level, so read the text as a one-element array.
+    QJsonParseError error {};
+    const QJsonDocument document = QJsonDocument::fromJson('[' + stored.toString().toUtf8() + ']', &error);
+    if (error.error != QJsonParseError::NoError || document.array().size() != 1)
+        return std::nullopt;
+    return TriggerModifiers::fromJson(document.array().first());
+}
+
+const SettingKey<TriggerModifier>& SettingKeys::triggerModifier()
+{
+    static const SettingKey<TriggerModifier> key(QStringLiteral("triggerModifier"), TriggerModifier::leftControl);
+    return key;
+}

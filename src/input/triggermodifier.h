@@ -2,7 +2,8 @@
 #pragma once
 
 #include "input/modifierflags.h"
-#include "keyboard/keyboardlayout.h"
+#include "base/keycode.h"
+#include "base/settingsstore.h"
 
 #include <QJsonValue>
 #include <QList>
@@ -49,3 +50,16 @@ std::optional<TriggerModifier> fromJson(const QJsonValue& value);
 bool isTriggerPressed(ModifierFlags flags, KeyCode keyCode, TriggerModifier trigger);
 
 } // namespace TriggerModifiers
+
+template<>
+struct SettingCodec<TriggerModifier>
+{
+    /** The JSON text of the raw value: "fn" is kept as the four characters "fn" with their quotes. */
+    static QVariant encode(TriggerModifier value);
+    static std::optional<TriggerModifier> decode(const QVariant& stored);
+};
+
+namespace SettingKeys {
+/** Left Control by default: most PC keyboards never report fn. */
+const SettingKey<TriggerModifier>& triggerModifier();
+} // namespace SettingKeys

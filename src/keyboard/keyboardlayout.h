@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "base/keycode.h"
+
 #include <QList>
 #include <QString>
 
 #include <cstdint>
 #include <optional>
-
-/** Virtual key code of a physical key; the value looked up in the set of pressed keys. */
-using KeyCode = std::uint16_t;
 
 /** One key of the drawn keyboard. */
 struct KeyDef

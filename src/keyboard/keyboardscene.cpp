@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "keyboard/keyboardscene.h"
 
-#include "app/clock.h"
-#include "app/settingkeys.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
 #include "input/keyboardmonitor.h"
 #include "keyboard/keycapview.h"
 #include "keyboard/keyboardview.h"

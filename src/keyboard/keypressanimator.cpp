@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "keyboard/keypressanimator.h"
 
-#include "app/clock.h"
-#include "app/easing.h"
+#include "base/clock.h"
+#include "base/easing.h"
 
 #include <algorithm>
 #include <cmath>

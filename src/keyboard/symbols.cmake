@@ -2,7 +2,7 @@
 # Symbol images drawn on key caps and in the windows, from the Phosphor icon set (MIT). The icons are a build
 # dependency fetched by scripts/fetch-icons.sh; only the files below go into the binary, as the resource
 # :/symbols/<weight>/<file>.svg, together with Phosphor's licence at :/symbols/LICENSE.
-# Included from src/CMakeLists.txt.
+# Included from keyboard/CMakeLists.txt.
 
 set(ORDALIS_ICONS_DIR "${PROJECT_SOURCE_DIR}/.deps/phosphor-icons-core-2.1.1/package" CACHE PATH
     "The package folder of @phosphor-icons/core 2.1.1 (holding LICENSE and assets/)")
@@ -66,16 +66,10 @@ if(_ordalis_missing)
     endif()
 endif()
 
-add_library(ordalis_symbols STATIC
-    ${CMAKE_CURRENT_SOURCE_DIR}/keyboard/symbolicons.h ${CMAKE_CURRENT_SOURCE_DIR}/keyboard/symbolicons.cpp
-)
-target_include_directories(ordalis_symbols PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-target_link_libraries(ordalis_symbols PUBLIC Qt6::Gui PRIVATE Qt6::Svg ordalis_warnings)
-
 set_source_files_properties("${ORDALIS_ICONS_DIR}/LICENSE" PROPERTIES QT_RESOURCE_ALIAS LICENSE)
 # On a static library Qt compiles the resource into an object library that every executable linking
-# ordalis_symbols links whole, so the linker cannot drop it for want of a reference.
-qt_add_resources(ordalis_symbols phosphor_symbols
+# ordalis_keyboard links whole, so the linker cannot drop it for want of a reference.
+qt_add_resources(ordalis_keyboard phosphor_symbols
     PREFIX /symbols
     BASE "${ORDALIS_ICONS_DIR}/assets"
     FILES ${_ordalis_icon_paths} "${ORDALIS_ICONS_DIR}/LICENSE"

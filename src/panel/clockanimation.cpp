@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "panel/clockanimation.h"
 
-#include "app/easing.h"
+#include "base/easing.h"
 
 #include <algorithm>
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "panel/keyboardpanel.h"
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "input/latencyprobe.h"
 #include "keyboard/keyboardscene.h"
 #include "keyboard/keyshape.h"

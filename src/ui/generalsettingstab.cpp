@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "ui/generalsettingstab.h"
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
 #include "input/hotkeymanager.h"
 #include "input/keyboardmonitor.h"
 #include "input/triggermodifier.h"

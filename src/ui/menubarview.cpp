@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "ui/menubarview.h"
 
-#include "app/appconfig.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "ui/appconfig.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "input/triggermodifier.h"
 #include "keyboard/symbolicons.h"
 #include "theme/themelibrary.h"

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "app/settingsstore.h"
+#include "base/settingsstore.h"
+#include "theme/themesettings.h"
 
 #include <QGradientStops>
 #include <QLabel>

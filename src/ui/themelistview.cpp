@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "ui/themelistview.h"
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "theme/hsbcolor.h"
 #include "theme/themelibrary.h"
 #include "ui/settingsstyle.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "app/updatermanager.h"
+#include "ui/updatermanager.h"
 #include "ui/settingssection.h"
 
 #include <QPointer>

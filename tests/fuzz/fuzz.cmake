@@ -10,11 +10,11 @@ option(ORDALIS_FUZZ "Build the libFuzzer harnesses (needs clang and -fsanitize=f
 
 set(_ordalis_fuzz_dir "${CMAKE_CURRENT_LIST_DIR}")
 set(_ordalis_fuzzers themejson settings evdev updaterfeed keyhelper)
-set(_ordalis_fuzz_libs_themejson ordalis_themelibrary)
-set(_ordalis_fuzz_libs_settings ordalis_core ordalis_lifecycle)
-set(_ordalis_fuzz_libs_evdev ordalis_input_evdev)
-set(_ordalis_fuzz_libs_updaterfeed ordalis_lifecycle)
-set(_ordalis_fuzz_libs_keyhelper ordalis_input_evdev)
+set(_ordalis_fuzz_libs_themejson ordalis_theme)
+set(_ordalis_fuzz_libs_settings ordalis_keyboard ordalis_ui)
+set(_ordalis_fuzz_libs_evdev ordalis_input)
+set(_ordalis_fuzz_libs_updaterfeed ordalis_ui)
+set(_ordalis_fuzz_libs_keyhelper ordalis_input)
 
 if(ORDALIS_FUZZ)
     if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")

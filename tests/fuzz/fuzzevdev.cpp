@@ -8,9 +8,10 @@
 // Input: one settings byte, then records of 10 bytes: operation, type, code, value, time step.
 #include "fuzzsupport.h"
 
-#include "app/clock.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "input/triggermodifier.h"
+#include "base/settingsstore.h"
 #include "input/evdeveventstream.h"
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"

@@ -4,10 +4,11 @@
 // and writing one key changes what no other key reads.
 #include "fuzzsupport.h"
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
-#include "app/updatermanager.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
+#include "ui/updatermanager.h"
 #include "theme/themestyle.h"
+#include "../testsupport.h"
 
 #include <QDir>
 #include <QFile>
@@ -119,7 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::apply([&](const auto&... key) { (checkStoredForm(settings, key), ...); }, allKeys());
         const Values before = readAll(settings);
         QSet<QString> stored;
-        for (const QString& name : SettingKeys::allNames()) {
+        for (const QString& name : TestSupport::allSettingNames()) {
             if (settings.hasStoredEntry(name))
                 stored.insert(name);
         }
@@ -138,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             std::get<windowWidthAt>(after) = std::get<windowWidthAt>(before);
             FUZZ_CHECK(after == before);
             // Entries that do not decode are kept too, not dropped or replaced by defaults.
-            for (const QString& name : SettingKeys::allNames()) {
+            for (const QString& name : TestSupport::allSettingNames()) {
                 const bool expected = stored.contains(name) || name == SettingKeys::windowWidth().name();
                 FUZZ_CHECK(store->hasStoredEntry(name) == expected);
             }

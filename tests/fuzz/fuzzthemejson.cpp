@@ -3,8 +3,9 @@
 // that survive encoding and decoding again; importing a document the decoder rejects changes no setting.
 #include "fuzzsupport.h"
 
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "base/settingkeys.h"
+#include "theme/themesettings.h"
+#include "base/settingsstore.h"
 #include "theme/themefileaccess.h"
 #include "theme/themejson.h"
 #include "theme/themelibrary.h"

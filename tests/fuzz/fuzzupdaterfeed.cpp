@@ -3,7 +3,7 @@
 // two https links with a host; version comparison is a consistent order.
 #include "fuzzsupport.h"
 
-#include "app/updaterfeed.h"
+#include "ui/updaterfeed.h"
 
 #include <QStringList>
 

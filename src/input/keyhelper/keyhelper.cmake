@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 # ordalis-keyhelper: reads the keyboards for Ordalis where the display server will not give it keys (Wayland).
 # Ordalis starts it through pkexec, so it runs as root: no Qt, only the C++ standard library and libevdev.
-# Included from src/CMakeLists.txt.
+# Included from input/CMakeLists.txt.
 include(GNUInstallDirs)
 if(NOT TARGET PkgConfig::LIBEVDEV)
     find_package(PkgConfig REQUIRED)
@@ -16,7 +16,7 @@ set(_ordalis_keyhelper_sources
 
 function(ordalis_add_keyhelper name)
     add_executable(${name} ${ARGN})
-    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/src")
+    target_include_directories(${name} PRIVATE "${CMAKE_BINARY_DIR}/include/input")
     target_link_libraries(${name} PRIVATE PkgConfig::LIBEVDEV ordalis_warnings)
     target_compile_options(${name} PRIVATE -fstack-protector-strong -fstack-clash-protection
         "$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/updatermanager.h"
+#include "ui/updatermanager.h"
 
-#include "app/appconfig.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
-#include "app/updaterfeed.h"
+#include "ui/appconfig.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
+#include "ui/updaterfeed.h"
 
 #include <QCoreApplication>
 #include <QDateTime>

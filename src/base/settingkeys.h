@@ -1,25 +1,20 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "app/settingsstore.h"
+#include "base/settingsstore.h"
 
 #include <QStringList>
 
 /**
- * Every setting Ordalis keeps. Each key is created on first use, once, and lives for the rest of the process.
+ * The settings of plain types. Each key is created on first use, once, and lives for the rest of the process.
+ * Settings holding themes and the trigger modifier are declared beside their types (theme/themesettings.h,
+ * input/triggermodifier.h).
  */
 namespace SettingKeys {
 
-/** The theme being shown (need not equal any saved theme). */
-const SettingKey<ThemeConfig>& activeThemeConfig();
-const SettingKey<QString>& activeThemeName();
-/** The user's theme library; starts as the built-in themes. */
-const SettingKey<QList<NamedTheme>>& savedThemes();
 const SettingKey<bool>& showOnScreenRecording();
 const SettingKey<bool>& hideOnScreenRecordingEnd();
 const SettingKey<bool>& launchAtLogin();
-/** Left Control by default: most PC keyboards never report fn. */
-const SettingKey<TriggerModifier>& triggerModifier();
 const SettingKey<bool>& enableGlobalHotkey();
 /** Modifier-flag mask that Caps Lock is remapped to (a "HyperKey"); 0 when none. */
 const SettingKey<std::uint64_t>& hyperKeyModifiers();
@@ -45,8 +40,5 @@ const SettingKey<bool>& automaticallyChecksForUpdates();
 const SettingKey<double>& updateCheckInterval();
 /** When the last update check started, in seconds since 1970-01-01 UTC; none before the first check. */
 const SettingKey<std::optional<double>>& lastUpdateCheckTime();
-
-/** The entry names of every key above, in the order listed. */
-QStringList allNames();
 
 } // namespace SettingKeys

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "app/recordingsources.h"
-#include "app/screencastgraph.h"
+#include "input/recordingsources.h"
+#include "input/screencastgraph.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/privacymonitor.h"
+#include "input/privacymonitor.h"
 
-#include "app/recordingsources.h"
+#include "input/recordingsources.h"
 
 PrivacyMonitor::PrivacyMonitor(Clock& clock, std::unique_ptr<RecordingSource> source, QObject* parent)
     : QObject(parent)

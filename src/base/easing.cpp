@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/easing.h"
+#include "base/easing.h"
 
 #include <QPointF>
 

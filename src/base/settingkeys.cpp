@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/settingkeys.h"
+#include "base/settingkeys.h"
 
 
 namespace SettingKeys {
@@ -12,13 +12,9 @@ namespace SettingKeys {
         return key;                                                                                                 \
     }
 
-ORDALIS_SETTING_KEY(activeThemeConfig, ThemeConfig, defaultThemeConfig())
-ORDALIS_SETTING_KEY(activeThemeName, QString, defaultThemeName())
-ORDALIS_SETTING_KEY(savedThemes, QList<NamedTheme>, builtInThemes())
 ORDALIS_SETTING_KEY(showOnScreenRecording, bool, true)
 ORDALIS_SETTING_KEY(hideOnScreenRecordingEnd, bool, false)
 ORDALIS_SETTING_KEY(launchAtLogin, bool, false)
-ORDALIS_SETTING_KEY(triggerModifier, TriggerModifier, TriggerModifier::leftControl)
 ORDALIS_SETTING_KEY(enableGlobalHotkey, bool, true)
 ORDALIS_SETTING_KEY(hyperKeyModifiers, std::uint64_t, 0)
 ORDALIS_SETTING_KEY(hyperKeyShowAsCapsLock, bool, true)
@@ -36,33 +32,5 @@ ORDALIS_SETTING_KEY(updateCheckInterval, double, 86400)
 ORDALIS_SETTING_KEY(lastUpdateCheckTime, std::optional<double>, std::nullopt)
 
 #undef ORDALIS_SETTING_KEY
-
-QStringList allNames()
-{
-    return {
-        activeThemeConfig().name(),
-        activeThemeName().name(),
-        savedThemes().name(),
-        showOnScreenRecording().name(),
-        hideOnScreenRecordingEnd().name(),
-        launchAtLogin().name(),
-        triggerModifier().name(),
-        enableGlobalHotkey().name(),
-        hyperKeyModifiers().name(),
-        hyperKeyShowAsCapsLock().name(),
-        glowDecay().name(),
-        autoHideOnHover().name(),
-        autoHideOpacity().name(),
-        escapeToHideOnHover().name(),
-        keyboardVisible().name(),
-        hiddenWithoutTrayExplained().name(),
-        windowX().name(),
-        windowY().name(),
-        windowWidth().name(),
-        automaticallyChecksForUpdates().name(),
-        updateCheckInterval().name(),
-        lastUpdateCheckTime().name(),
-    };
-}
 
 } // namespace SettingKeys

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/pipewirerecordingsource.h"
+#include "input/pipewirerecordingsource.h"
 
 #include <QSocketNotifier>
 

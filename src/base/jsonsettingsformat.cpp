@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/jsonsettingsformat.h"
+#include "base/jsonsettingsformat.h"
 
 #include <QFile>
 #include <QFileDevice>

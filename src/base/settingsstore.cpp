@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/settingsstore.h"
+#include "base/settingsstore.h"
 
-#include "app/jsonsettingsformat.h"
-#include "theme/themejson.h"
+#include "base/jsonsettingsformat.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -44,10 +43,6 @@ bool isNumber(const QVariant& v)
     }
 }
 
-bool isString(const QVariant& v)
-{
-    return v.typeId() == QMetaType::QString;
-}
 
 /** Whether the lock file open as `fd` was left by a process that is gone. */
 bool isAbandonedLock(int fd)
@@ -97,6 +92,11 @@ void removeAbandonedLocks(const QString& filePath)
 }
 
 } // namespace
+
+bool SettingCodecs::isString(const QVariant& v)
+{
+    return v.typeId() == QMetaType::QString;
+}
 
 std::optional<bool> SettingCodec<bool>::decode(const QVariant& stored)
 {
@@ -150,7 +150,7 @@ std::optional<std::uint64_t> SettingCodec<std::uint64_t>::decode(const QVariant&
 
 std::optional<QString> SettingCodec<QString>::decode(const QVariant& stored)
 {
-    if (!isString(stored))
+    if (!SettingCodecs::isString(stored))
         return std::nullopt;
     return stored.toString();
 }
@@ -161,62 +161,6 @@ std::optional<std::optional<double>> SettingCodec<std::optional<double>>::decode
     if (!number)
         return std::nullopt;
     return std::optional<double>(*number);
-}
-
-QVariant SettingCodec<ThemeConfig>::encode(const ThemeConfig& value)
-{
-    return QString::fromUtf8(ThemeJson::encodeConfig(value));
-}
-
-std::optional<ThemeConfig> SettingCodec<ThemeConfig>::decode(const QVariant& stored)
-{
-    if (!isString(stored))
-        return std::nullopt;
-    return ThemeJson::decodeConfig(stored.toString().toUtf8());
-}
-
-QVariant SettingCodec<QList<NamedTheme>>::encode(const QList<NamedTheme>& value)
-{
-    QStringList texts;
-    texts.reserve(value.size());
-    for (const NamedTheme& theme : value)
-        texts.append(QString::fromUtf8(ThemeJson::encodeNamedTheme(theme)));
-    return texts;
-}
-
-std::optional<QList<NamedTheme>> SettingCodec<QList<NamedTheme>>::decode(const QVariant& stored)
-{
-    if (stored.typeId() != QMetaType::QVariantList && stored.typeId() != QMetaType::QStringList)
-        return std::nullopt;
-    const QVariantList elements = stored.toList();
-    QList<NamedTheme> themes;
-    themes.reserve(elements.size());
-    for (const QVariant& element : elements) {
-        if (!isString(element))
-            continue;
-        if (std::optional<NamedTheme> theme = ThemeJson::decodeNamedTheme(element.toString().toUtf8()))
-            themes.append(std::move(*theme));
-    }
-    return themes;
-}
-
-QVariant SettingCodec<TriggerModifier>::encode(TriggerModifier value)
-{
-    // Let the JSON writer quote and escape the raw value, then drop the array brackets around it.
-    const QByteArray text = QJsonDocument(QJsonArray { TriggerModifiers::toJson(value) }).toJson(QJsonDocument::Compact);
-    return QString::fromUtf8(text.mid(1, text.size() - 2));
-}
-
-std::optional<TriggerModifier> SettingCodec<TriggerModifier>::decode(const QVariant& stored)
-{
-    if (!isString(stored))
-        return std::nullopt;
-    // The JSON reader takes only arrays and objects at the top level, so read the text as a one-element array.
-    QJsonParseError error {};
-    const QJsonDocument document = QJsonDocument::fromJson('[' + stored.toString().toUtf8() + ']', &error);
-    if (error.error != QJsonParseError::NoError || document.array().size() != 1)
-        return std::nullopt;
-    return TriggerModifiers::fromJson(document.array().first());
 }
 
 SettingsStore::SettingsStore(const QString& filePath, QObject* parent)

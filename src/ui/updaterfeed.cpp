@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/updaterfeed.h"
+#include "ui/updaterfeed.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

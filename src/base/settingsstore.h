@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "input/triggermodifier.h"
-#include "theme/themeconfig.h"
 
 #include <QFileSystemWatcher>
 #include <QHash>
@@ -23,6 +21,11 @@ class QSettings;
  */
 template<typename T>
 struct SettingCodec;
+
+namespace SettingCodecs {
+/** Whether a stored value is text (numbers and lists never read as text). */
+bool isString(const QVariant& stored);
+} // namespace SettingCodecs
 
 template<>
 struct SettingCodec<bool>
@@ -60,31 +63,6 @@ struct SettingCodec<std::optional<double>>
     /** None is kept as no entry at all. */
     static QVariant encode(const std::optional<double>& value) { return value ? QVariant(*value) : QVariant(); }
     static std::optional<std::optional<double>> decode(const QVariant& stored);
-};
-
-template<>
-struct SettingCodec<ThemeConfig>
-{
-    /** Compact JSON text with sorted keys, full precision. */
-    static QVariant encode(const ThemeConfig& value);
-    static std::optional<ThemeConfig> decode(const QVariant& stored);
-};
-
-template<>
-struct SettingCodec<QList<NamedTheme>>
-{
-    /** A list of strings, each the compact JSON text of one theme. */
-    static QVariant encode(const QList<NamedTheme>& value);
-    /** Anything but a list gives no value; inside a list, elements that do not decode are skipped. */
-    static std::optional<QList<NamedTheme>> decode(const QVariant& stored);
-};
-
-template<>
-struct SettingCodec<TriggerModifier>
-{
-    /** The JSON text of the raw value: "fn" is kept as the four characters "fn" with their quotes. */
-    static QVariant encode(TriggerModifier value);
-    static std::optional<TriggerModifier> decode(const QVariant& stored);
 };
 
 /** A typed settings key: the entry name, its value type and the value read when there is no usable entry. */

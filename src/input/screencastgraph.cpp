@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/screencastgraph.h"
+#include "input/screencastgraph.h"
 
 #include <algorithm>
 #include <array>

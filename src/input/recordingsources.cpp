@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/recordingsources.h"
+#include "input/recordingsources.h"
 
-#include "app/pipewirerecordingsource.h"
+#include "input/pipewirerecordingsource.h"
 
 #include <QFile>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "app/launchatlogin.h"
+#include "ui/launchatlogin.h"
 
-#include "app/appconfig.h"
-#include "app/settingkeys.h"
-#include "app/settingsstore.h"
+#include "ui/appconfig.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "app/clock.h"
+#include "base/clock.h"
 
 #include <QObject>
 

@@ -4,7 +4,10 @@
 #include <QString>
 #include <QUrl>
 
-/** Addresses the program reaches out to. They are kept here and nowhere else. */
+/**
+ * Addresses the program reaches out to. They are build options (ORDALIS_CONTACT_URL, ORDALIS_PRIVACY_POLICY_URL,
+ * ORDALIS_UPDATE_FEED_URL); an address a build leaves unset is empty, and whatever would use it is not offered.
+ */
 namespace AppConfig {
 
 /** The application's reverse-domain id: the name of its desktop entries. */
@@ -14,20 +17,11 @@ inline QString applicationId()
 }
 
 /** The update feed: a small JSON object {"version", "notes", "download"} (see UpdaterFeed). */
-inline QUrl updateFeedUrl()
-{
-    return QUrl(QStringLiteral("https://ordalis.quietmakers.invalid/updates/latest.json"));
-}
+QUrl updateFeedUrl();
 
 /** The maker's contact page; the menu adds the query item "app" with the application name. */
-inline QUrl contactUrl()
-{
-    return QUrl(QStringLiteral("https://ordalis.quietmakers.invalid/contact"));
-}
+QUrl contactUrl();
 
-inline QUrl privacyPolicyUrl()
-{
-    return QUrl(QStringLiteral("https://ordalis.quietmakers.invalid/privacy"));
-}
+QUrl privacyPolicyUrl();
 
 } // namespace AppConfig
