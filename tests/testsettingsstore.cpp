@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "testsupport.h"
+#include "base/clock.h"
 #include "base/settingkeys.h"
 #include "input/triggermodifier.h"
 #include "theme/themesettings.h"
@@ -58,6 +59,7 @@ private slots:
     void themeListSkipsBadElements();
     void changesAreAnnouncedOnlyWhenTheValueChanges();
     void unreadableFileIsMovedAsideNotOverwritten();
+    void writesReachTheFileTogetherWithinTheDelay();
 
 private:
     QString path() const { return m_dir->filePath(u"ordalis/settings.json"_s); }
@@ -65,6 +67,7 @@ private:
     void writeFile(const QByteArray& text) const;
 
     std::unique_ptr<QTemporaryDir> m_dir;
+    ManualClock m_clock;
 };
 
 void TestSettingsStore::writeFile(const QByteArray& text) const
@@ -83,7 +86,7 @@ void TestSettingsStore::init()
 
 void TestSettingsStore::defaultsNeverReachTheFile()
 {
-    SettingsStore store(path());
+    SettingsStore store(path(), nullptr, &m_clock);
     QCOMPARE(notDefault(store), QStringList());
 
     // Defaults sit in the registration layer only: nothing of them reaches the file, even after a write.
@@ -91,6 +94,7 @@ void TestSettingsStore::defaultsNeverReachTheFile()
     QCOMPARE(notDefault(store), QStringList { u"glowDecay"_s });
     for (const QString& name : TestSupport::allSettingNames())
         QCOMPARE(store.hasStoredEntry(name), name == u"glowDecay");
+    store.flush();
     QCOMPARE(fileObject().keys(), QStringList { u"glowDecay"_s });
     QCOMPARE(store.registeredDefault(u"triggerModifier"_s), QVariant(u"\"leftControl\""_s));
     QVERIFY(!store.registeredDefault(u"windowX"_s).isValid());
@@ -100,9 +104,11 @@ void TestSettingsStore::defaultsNeverReachTheFile()
 
     // An empty optional removes the entry.
     store.setValue(SettingKeys::windowX(), std::optional<double>(-120.5));
+    store.flush();
     QCOMPARE(fileObject().value(u"windowX"_s), QJsonValue(-120.5));
     store.setValue(SettingKeys::windowX(), std::optional<double>());
     QCOMPARE(store.value(SettingKeys::windowX()), std::nullopt);
+    store.flush();
     QVERIFY(!fileObject().contains(u"windowX"_s));
 }
 
@@ -208,6 +214,7 @@ void TestSettingsStore::changesAreAnnouncedOnlyWhenTheValueChanges()
     store.setValue(SettingKeys::activeThemeConfig(), builtInThemes().at(1).config);
     QCOMPARE(spy.count(), 0);
 
+    store.flush();
     // Another program replaces the file: same opacity (spelt differently), a new theme, a new switch.
     QJsonObject edited = fileObject();
     edited.insert(u"autoHideOpacity"_s, 0.50);
@@ -240,10 +247,11 @@ void TestSettingsStore::unreadableFileIsMovedAsideNotOverwritten()
     // An overflowing number makes the whole file unreadable.
     const QByteArray broken = R"({"glowDecay": 0.3, "windowWidth": 1e999})";
     writeFile(broken);
-    SettingsStore store(path());
+    SettingsStore store(path(), nullptr, &m_clock);
     QSignalSpy moved(&store, &SettingsStore::unreadableFileMovedAside);
     QCOMPARE(store.value(SettingKeys::glowDecay()), 0.15);
     store.setValue(SettingKeys::keyboardVisible(), true);
+    store.flush();
     const QStringList aside
         = QDir(QFileInfo(path()).absolutePath()).entryList({ u"settings.json.unreadable-*"_s }, QDir::Files);
     QCOMPARE(aside.size(), 1);
@@ -254,6 +262,7 @@ void TestSettingsStore::unreadableFileIsMovedAsideNotOverwritten()
     const QByteArray brokenAgain = "{\"glowDecay\": 0.9,,,";
     writeFile(brokenAgain);
     store.setValue(SettingKeys::launchAtLogin(), true);
+    store.flush();
     QTRY_COMPARE_WITH_TIMEOUT(moved.count(), 1, 5000);
     QCOMPARE(readAll(moved.at(0).at(0).toString()), brokenAgain);
     QCOMPARE(readAll(QFileInfo(path()).absolutePath() + u'/' + aside.first()), broken);
@@ -262,4 +271,27 @@ void TestSettingsStore::unreadableFileIsMovedAsideNotOverwritten()
 }
 
 QTEST_GUILESS_MAIN(TestSettingsStore)
+void TestSettingsStore::writesReachTheFileTogetherWithinTheDelay()
+{
+    auto store = std::make_unique<SettingsStore>(path(), nullptr, &m_clock);
+    QSignalSpy spy(store.get(), &SettingsStore::valueChanged);
+    // A slider dragged through many values: every reader sees each value at once, the file only the last.
+    for (int step = 1; step <= 50; ++step)
+        store->setValue(SettingKeys::autoHideOpacity(), step / 100.0);
+    QCOMPARE(spy.count(), 50);
+    QCOMPARE(store->value(SettingKeys::autoHideOpacity()), 0.5);
+    QVERIFY(!fileObject().contains(u"autoHideOpacity"_s));
+    m_clock.advance(SettingsStore::writeDelay * 0.9);
+    QVERIFY(!fileObject().contains(u"autoHideOpacity"_s));
+    m_clock.advance(SettingsStore::writeDelay * 0.2);
+    QCOMPARE(fileObject().value(u"autoHideOpacity"_s), QJsonValue(0.5));
+    QVERIFY(!store->hasPendingWrites());
+
+    // A write still waiting when the store goes (the program quitting) reaches the file.
+    store->setValue(SettingKeys::keyboardVisible(), true);
+    QVERIFY(store->hasPendingWrites());
+    store.reset();
+    QCOMPARE(fileObject().value(u"keyboardVisible"_s), QJsonValue(true));
+}
+
 #include "testsettingsstore.moc"

@@ -3,6 +3,7 @@
 
 #include "base/jsonsettingsformat.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -163,9 +164,11 @@ std::optional<std::optional<double>> SettingCodec<std::optional<double>>::decode
     return std::optional<double>(*number);
 }
 
-SettingsStore::SettingsStore(const QString& filePath, QObject* parent)
+SettingsStore::SettingsStore(const QString& filePath, QObject* parent, Clock* clock)
     : QObject(parent)
     , m_filePath(QFileInfo(filePath).absoluteFilePath())
+    , m_ownClock(clock ? nullptr : std::make_unique<SystemClock>())
+    , m_clock(clock ? clock : m_ownClock.get())
 {
     QDir().mkpath(QFileInfo(m_filePath).absolutePath());
     openSettings();
@@ -179,9 +182,26 @@ SettingsStore::SettingsStore(const QString& filePath, QObject* parent)
         watchFile();
         reload();
     });
+    // Quitting by the menu, a signal or the session ending all pass here; destruction may come too late for a
+    // process that exits without unwinding.
+    if (QCoreApplication* application = QCoreApplication::instance())
+        connect(application, &QCoreApplication::aboutToQuit, this, &SettingsStore::flush);
 }
 
-SettingsStore::~SettingsStore() = default;
+SettingsStore::~SettingsStore()
+{
+    flush();
+}
+
+void SettingsStore::flush()
+{
+    if (m_pendingWrite == 0)
+        return;
+    m_clock->cancel(m_pendingWrite);
+    m_pendingWrite = 0;
+    syncAndRecover();
+    announceChanges();
+}
 
 QString SettingsStore::defaultFilePath()
 {
@@ -200,6 +220,11 @@ QVariant SettingsStore::registeredDefault(const QString& name) const
 
 void SettingsStore::reload()
 {
+    // sync() writes what is pending along with reading, so nothing stays pending.
+    if (m_pendingWrite != 0) {
+        m_clock->cancel(m_pendingWrite);
+        m_pendingWrite = 0;
+    }
     syncAndRecover();
     announceChanges();
 }
@@ -222,8 +247,13 @@ void SettingsStore::writeStoredValue(const QString& name, const QVariant& stored
         m_settings->setValue(name, stored);
     else
         m_settings->remove(name);
-    syncAndRecover();
     announceChanges();
+    if (m_pendingWrite == 0)
+        m_pendingWrite = m_clock->schedule(writeDelay, this, [this] {
+            m_pendingWrite = 0;
+            syncAndRecover();
+            announceChanges();
+        });
 }
 
 void SettingsStore::openSettings()

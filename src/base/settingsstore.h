@@ -2,6 +2,8 @@
 #pragma once
 
 
+#include "base/clock.h"
+
 #include <QFileSystemWatcher>
 #include <QHash>
 #include <QObject>
@@ -90,7 +92,9 @@ private:
  * The user's settings, kept in one JSON file through QSettings, read and written only through typed keys.
  *
  * Defaults live in a registration layer in memory and never reach the file. Reads always go to the store (the file
- * is re-read when it changes on disk). valueChanged fires once per key whose value really changed, whoever changed
+ * is re-read when it changes on disk). Writes take effect at once for every reader in this process and reach the
+ * file at most writeDelay seconds later, so a slider dragged through a hundred values writes the file a few times,
+ * not a hundred; anything still pending is written by flush(), on quitting and when the store is destroyed. valueChanged fires once per key whose value really changed, whoever changed
  * it: this process, or another process or the user editing the file. Main thread only.
  */
 class SettingsStore final : public QObject
@@ -99,8 +103,14 @@ class SettingsStore final : public QObject
     Q_DISABLE_COPY_MOVE(SettingsStore)
 
 public:
-    /** Opens (or will create) the settings file at `filePath`. */
-    explicit SettingsStore(const QString& filePath, QObject* parent = nullptr);
+    /** How long a write may wait for others to join it before the file is written, in seconds. */
+    static constexpr double writeDelay = 0.3;
+
+    /**
+     * Opens (or will create) the settings file at `filePath`. Pending writes wait on `clock` (the real time when
+     * null).
+     */
+    explicit SettingsStore(const QString& filePath, QObject* parent = nullptr, Clock* clock = nullptr);
     ~SettingsStore() override;
 
     /** $XDG_CONFIG_HOME/ordalis/settings.json (normally ~/.config/ordalis/settings.json). */
@@ -123,7 +133,7 @@ public:
         return key.defaultValue();
     }
 
-    /** Stores `value` (an empty optional removes the entry) and writes the file at once. */
+    /** Stores `value` (an empty optional removes the entry); the file follows within writeDelay. */
     template<typename T>
     void setValue(const SettingKey<T>& key, const T& value)
     {
@@ -162,6 +172,12 @@ public:
 
     /** Re-reads the file now and announces every key whose value changed. Also runs when the file changes. */
     void reload();
+
+    /** Writes pending changes to the file now. */
+    void flush();
+
+    /** Whether changes are waiting to be written. */
+    bool hasPendingWrites() const { return m_pendingWrite != 0; }
 
 signals:
     /** A key's value changed; `name` is the key's entry name. */
@@ -212,6 +228,9 @@ private:
 
     QString m_filePath;
     QString m_movedAside;
+    std::unique_ptr<SystemClock> m_ownClock;
+    Clock* m_clock = nullptr;
+    Clock::JobHandle m_pendingWrite = 0;
     std::unique_ptr<QSettings> m_settings;
     QFileSystemWatcher m_watcher;
     mutable QHash<QString, Registration> m_registered;

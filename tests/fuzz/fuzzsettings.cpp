@@ -130,6 +130,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         // was written (a copy under a new name, so that nothing cached stands in for it).
         const double width = std::get<windowWidthAt>(before) + 1;
         settings.setValue(SettingKeys::windowWidth(), width);
+        settings.flush();
         const QString copy = nextPath(dir);
         FUZZ_CHECK(QFile::copy(path, copy));
         SettingsStore reopened(copy);
