@@ -1,10 +1,6 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# Reliability: long random key streams, crash-safe settings, keystroke privacy and memory over a long run.
+# Reliability: crash-safe settings, keystroke privacy and memory over a long run.
 # Included from tests/CMakeLists.txt. The tests that need a display start their own Xvfb and skip without it.
-
-# The evdev soak runs everywhere; its X11 half needs Xvfb and xdotool.
-ordalis_add_test(testkeysoak LIBS ordalis_input)
-set_tests_properties(testkeysoak PROPERTIES TIMEOUT 240)
 
 # Kills a writer of its own many times while it saves; starts two copies of the real program at once.
 ordalis_add_test(testsettingsdurability LIBS ordalis_keyboard)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "input/evdevbackend.h"
 #include "input/evdeveventstream.h"
+#include "testsupport.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -86,18 +87,19 @@ void TestEvdevStream::recordedStreams()
     QFETCH(QList<Item>, items);
     QFETCH(QStringList, expected);
 
-    KeyEventProcessor processor;
+    // The back end's lock is this one device's LED, as EvdevBackend reads it.
+    TestSupport::FakeInputBackend backend;
+    KeyEventProcessor processor(backend);
     EvdevEventStream stream(processor, 4);
-    processor.setLockStateProvider([&stream] { return stream.capsLockLed(); });
 
     QStringList lines;
-    connect(&processor, &KeyEventProcessor::keyDown, this, [&lines](KeyCode k) { lines << u"down %1"_s.arg(k); });
-    connect(&processor, &KeyEventProcessor::keyUp, this, [&lines](KeyCode k) { lines << u"up %1"_s.arg(k); });
-    connect(&processor, &KeyEventProcessor::flagsChanged, this,
+    connect(&backend, &InputBackend::keyDown, this, [&lines](KeyCode k) { lines << u"down %1"_s.arg(k); });
+    connect(&backend, &InputBackend::keyUp, this, [&lines](KeyCode k) { lines << u"up %1"_s.arg(k); });
+    connect(&backend, &InputBackend::flagsChanged, this,
         [&lines](ModifierFlags f, KeyCode k) { lines << u"flags %1 %2"_s.arg(f, 0, 16).arg(k); });
-    connect(&processor, &KeyEventProcessor::capsLockKey, this,
+    connect(&backend, &InputBackend::capsLockKey, this,
         [&lines](bool pressed) { lines << (pressed ? u"caps down"_s : u"caps up"_s); });
-    connect(&processor, &KeyEventProcessor::mediaKey, this,
+    connect(&backend, &InputBackend::mediaKey, this,
         [&lines](KeyCode k, bool pressed) { lines << u"media %1 %2"_s.arg(k).arg(pressed ? u"down"_s : u"up"_s); });
 
     for (const Item& item : std::as_const(items)) {
@@ -107,6 +109,7 @@ void TestEvdevStream::recordedStreams()
             for (int code : item.keysDown)
                 state.keys.set(code);
             state.capsLockLed = item.value != 0;
+            backend.lockOn = state.capsLockLed;
             stream.resync(state);
             QVERIFY(!stream.needsResync());
         } else if (item.type == removeOp) {
@@ -117,6 +120,8 @@ void TestEvdevStream::recordedStreams()
             event.type = std::uint16_t(item.type);
             event.code = std::uint16_t(item.code);
             event.value = item.value;
+            if (item.type == EV_LED && item.code == LED_CAPSL)
+                backend.lockOn = item.value != 0;
             stream.processEvent(event);
         }
     }

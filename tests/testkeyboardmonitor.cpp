@@ -4,6 +4,7 @@
 #include "base/settingsstore.h"
 #include "input/inputbackend.h"
 #include "input/keyboardmonitor.h"
+#include "testsupport.h"
 
 #include <QCoreApplication>
 #include <QScopeGuard>
@@ -17,19 +18,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-class FakeBackend final : public InputBackend
-{
-public:
-    QString name() const override { return u"fake"_s; }
-    Access access() const override { return Access::granted; }
-    QString accessHelp() const override { return {}; }
-    bool start() override { return true; }
-    void stop() override { }
-    bool capsLockOn() const override { return m_lockOn; }
-
-    bool m_lockOn = false;
-};
-
 // Members in the order they depend on each other, so they are torn down in the right order.
 struct Fixture
 {
@@ -38,7 +26,7 @@ struct Fixture
     QTemporaryDir dir;
     SettingsStore settings { dir.filePath(u"settings.json"_s) };
     ManualClock clock;
-    FakeBackend backend;
+    TestSupport::FakeInputBackend backend;
     KeyboardMonitor monitor { settings, clock };
     QSignalSpy changed { &monitor, &KeyboardMonitor::pressedKeysChanged };
     QSignalSpy keyChanged { &monitor, &KeyboardMonitor::keyChanged };
@@ -104,8 +92,7 @@ void TestKeyboardMonitor::clocksRunJobsInOrderOnlyForLiveContexts()
 void TestKeyboardMonitor::scripts_data()
 {
     // Steps separated by ';', numbers in decimal except flags (hex). From the back end: "down K", "up K",
-    // "media K 0|1", "caps 0|1" (the Caps Lock key), "flags F K" (a modifier report, which goes down both paths),
-    // "lock 0|1" (the lock state it reads). One path alone: "tap F K", "event F K". "hyper F 0|1": the recorded
+    // "media K 0|1", "caps 0|1" (the Caps Lock key), "flags F K" (a modifier report). "hyper F 0|1": the recorded
     // combination and whether it shows as Caps Lock. "record": start recording one, as the settings window does.
     // "at T": the clock moves to T. Checks: "= K..." the keys shown, "on 0|1" the lock state, "mods F" the flags,
     // "recorded F|-" what recording delivered, "changes N M" the pressedKeysChanged and keyChanged signals since
@@ -116,16 +103,15 @@ void TestKeyboardMonitor::scripts_data()
         << u"down 0; changes; down 0; changes 1 0; media 111 1; = 0 111; up 0; media 111 0; =; changes 3 3"_s;
     // From everything held to each state: keys go as well as come, and other keys stay.
     QTest::newRow("A left key also counts by the generic bit, unless the right side bit is set")
-        << u"down 0; event 9e207f 56; = 0 54 55 56 58 59 60 61 62 63; event 20000 56; = 0 56; event 20006 60;"
-           " = 0 56 60; event 20002 60; = 0 56; event 10 54; = 0 54; event 100000 55; = 0 55; mods 100000"_s;
+        << u"down 0; flags 9e207f 56; = 0 54 55 56 58 59 60 61 62 63; flags 20000 56; = 0 56; flags 20006 60;"
+           " = 0 56 60; flags 20002 60; = 0 56; flags 10 54; = 0 54; flags 100000 55; = 0 55; mods 100000"_s;
     QTest::newRow("fn shows by its bit; lock, numeric pad and help bits light nothing")
-        << u"down 0; event 9e207f 56; event 800000 63; = 0 63; event 610000 56; = 0; mods 610000"_s;
-    QTest::newRow("A key stream report touches only its own key")
-        << u"tap 20002 56; tap 20006 60; = 56 60; tap 20002 60; = 56; changes 3 3; tap 10000 57; = 56; changes 0 0;"
-           " mods 10000"_s;
-    QTest::newRow("Caps Lock without a combination shows at once, and the lock is read 0.1 s after each move")
-        << u"lock 1; start; on 1; caps 1; = 57; lock 0; at .09; on 1; at .1; on 0; caps 0; =; lock 1; at .19; on 0;"
-           " at .2; on 1"_s;
+        << u"down 0; flags 9e207f 56; flags 800000 63; = 0 63; flags 610000 56; = 0; mods 610000"_s;
+    QTest::newRow("Each report sets every modifier key, once, from the flags alone")
+        << u"flags 20002 56; flags 20006 60; = 56 60; changes 18 2; flags 20002 60; = 56; flags 60000 57; = 56 59;"
+           " mods 60000"_s;
+    QTest::newRow("Caps Lock without a combination shows at once; its light is the lock bit of the flags")
+        << u"caps 1; = 57; on 0; flags 10000 57; on 1; = 57; caps 0; =; on 1; flags 0 57; on 0; start; on 0"_s;
     QTest::newRow("HyperKey shown as Caps Lock, the flags after the key")
         << u"hyper 1e0000 1; caps 1; =; flags 1e002b 56; = 57; at .05; = 57; flags 1e002f 60; = 57 60; caps 0;"
            " flags 0 56; ="_s;
@@ -140,28 +126,22 @@ void TestKeyboardMonitor::scripts_data()
         << u"hyper 1e0000 0; flags 1e002b 56; caps 1; = 55 56 58 59; at .05; = 55 56 58 59; caps 0; flags 0 56; ="_s;
     QTest::newRow("HyperKey let go while its modifiers are still held shows them again")
         << u"hyper 1e0000 1; flags 1e002b 56; caps 1; at .05; = 57; caps 0; = 55 56 58 59; flags 0 56; ="_s;
-    QTest::newRow("A lock change without the Caps Lock key is read at once")
-        << u"lock 1; flags 10000 57; on 1; = ; lock 0; flags 0 57; on 0"_s;
     QTest::newRow("HyperKey released within the delay leaves nothing; a new press waits its own full delay")
         << u"hyper 1e0000 1; caps 1; at .03; caps 0; at .1; =; caps 1; at .12; caps 0; at .13; caps 1; at .17; =;"
            " at .19; = 57"_s;
-    QTest::newRow("Releasing all forgets keys, flags and a pending HyperKey step, telling of each key")
-        << u"hyper 1e0000 1; down 999; flags 20002 56; caps 1; changes; release; =; mods 0; changes 1 2; at .2; ="_s;
 
-    QTest::newRow("Recording needs Caps Lock held") << u"record; tap 20002 56; event 20002 56; recorded -"_s;
+    QTest::newRow("Recording needs Caps Lock held") << u"record; flags 20002 56; recorded -"_s;
     QTest::newRow("Recording ignores Caps Lock and fn bits alone")
-        << u"record; caps 1; tap 810000 56; event 810000 56; recorded -"_s;
-    QTest::newRow("Recording takes a combination from the second path only")
-        << u"record; caps 1; tap 140009 56; recorded -; event 140009 56; recorded 140009"_s;
+        << u"record; caps 1; flags 810000 56; recorded -; flags 140009 56; recorded 140009"_s;
     QTest::newRow("Recording strips lock, numeric pad, help and fn bits")
-        << u"record; caps 1; event ffffff 56; recorded 1e207f"_s;
+        << u"record; caps 1; flags ffffff 56; recorded 1e207f"_s;
 }
 
 void TestKeyboardMonitor::scripts()
 {
     QFETCH(QString, script);
     KeyboardMonitor& monitor = m_f->monitor;
-    FakeBackend& backend = m_f->backend;
+    TestSupport::FakeInputBackend& backend = m_f->backend;
     for (const QString& step : script.split(u';', Qt::SkipEmptyParts)) {
         const auto where = qScopeGuard([&] {
             if (QTest::currentTestFailed())
@@ -181,14 +161,8 @@ void TestKeyboardMonitor::scripts()
             emit backend.capsLockKey(number(1) != 0);
         } else if (op == u"flags") {
             emit backend.flagsChanged(flags(1), number(2));
-        } else if (op == u"lock") {
-            backend.m_lockOn = number(1) != 0;
         } else if (op == u"start") {
             QVERIFY(monitor.start());
-        } else if (op == u"tap") {
-            monitor.handleTapFlagsChanged(flags(1), number(2));
-        } else if (op == u"event") {
-            monitor.handleFlagsChangedEvent(flags(1), number(2));
         } else if (op == u"hyper") {
             m_f->settings.setValue(SettingKeys::hyperKeyModifiers(), std::uint64_t(flags(1)));
             m_f->settings.setValue(SettingKeys::hyperKeyShowAsCapsLock(), number(2) != 0);
@@ -199,8 +173,6 @@ void TestKeyboardMonitor::scripts()
                 m_f->recorded = qint64(mask);
                 monitor.setOnHyperKeyRecorded(nullptr);
             });
-        } else if (op == u"release") {
-            monitor.releaseAll();
         } else if (op == u"at") {
             m_f->clock.advanceTo(w.at(1).toDouble());
         } else if (op == u"=") {
@@ -243,21 +215,18 @@ void TestKeyboardMonitor::hooks()
     QCOMPARE(looked, (QList<KeyCode> { 0, 53 }));
     QCOMPARE(shown(), (QList<KeyCode> { 0, 53 }));
 
-    // A back end's report goes down both paths: the hook hears it twice, the flags change once.
+    // The hook hears each report of the back end once.
     QList<QPair<ModifierFlags, KeyCode>> reports;
     monitor.setOnFlagsChanged([&](ModifierFlags flags, KeyCode code) { reports.append({ flags, code }); });
     QSignalSpy flagsChanged(&monitor, &KeyboardMonitor::modifierFlagsChanged);
     emit m_f->backend.flagsChanged(0x80040, 61);
-    QCOMPARE(reports, (QList<QPair<ModifierFlags, KeyCode>> { { 0x80040, 61 }, { 0x80040, 61 } }));
+    QCOMPARE(reports, (QList<QPair<ModifierFlags, KeyCode>> { { 0x80040, 61 } }));
     QCOMPARE(flagsChanged.count(), 1);
     QCOMPARE(shown(), (QList<KeyCode> { 0, 53, 61 }));
 }
 
 void TestKeyboardMonitor::staticTables()
 {
-    // Media key types show on the F-key carrying their symbol; other types mean nothing.
-    QCOMPARE(KeyboardMonitor::mediaKeyCode(0), std::optional<KeyCode>(111));
-    QCOMPARE(KeyboardMonitor::mediaKeyCode(4), std::nullopt);
     // The keys of a combination come in table order; fn and Caps Lock are never listed.
     const QVarLengthArray<KeyCode, 8> codes
         = KeyboardMonitor::keyCodesForModifiers(KeyboardMonitor::hyperKeyModifierMask | 0x810000);

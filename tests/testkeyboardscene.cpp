@@ -222,8 +222,7 @@ private slots:
         QVERIFY(!hasTextPixels(f.scene.keyRect(49).adjusted(8, 8, -8, -8)));
 
         QSignalSpy updates(&f.scene, &KeyboardScene::updateRequested);
-        f.monitor.setCapsLockStateReader([] { return true; });
-        f.monitor.refreshCapsLockState();
+        f.monitor.handleFlagsChanged(ModifierFlag::capsLock, KeyboardMonitor::capsLockKeyCode);
         QCOMPARE(updates.count(), 1);
         QVERIFY(updates.first().first().toRectF().contains(f.scene.keyRect(KeyboardMonitor::capsLockKeyCode)));
     }

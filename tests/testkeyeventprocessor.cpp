@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "input/keyeventprocessor.h"
+#include "testsupport.h"
 
 #include <QTest>
 
@@ -22,7 +23,8 @@ struct Step
         removeDevice,
         releaseAll,
         setLock,
-        refreshLock
+        refreshLock,
+        pushLock
     };
     Op op;
     int code = 0;
@@ -91,6 +93,10 @@ void TestKeyEventProcessor::sequences_data()
     QTest::newRow("A lock change learnt of later is reported once, with the Caps Lock key code")
         << QList<Step> { down(KEY_LEFTSHIFT), { Step::setLock, 1 }, { Step::refreshLock }, { Step::refreshLock } }
         << QStringList { u"flags 20002 56"_s, u"flags 30002 57"_s };
+    // The back end still says off: a lock the platform tells of is taken without asking.
+    QTest::newRow("A lock the platform tells of is reported once, without asking the back end")
+        << QList<Step> { { Step::pushLock, 0 }, { Step::pushLock, 1 }, { Step::pushLock, 1 }, down(KEY_CAPSLOCK) }
+        << QStringList { u"flags 10000 57"_s, u"caps down"_s, u"flags 0 57"_s };
     QTest::newRow("Releasing a key by its code lets go of it on every keyboard") << QList<Step> {
         down(KEY_A, 1), down(KEY_A, 2), { Step::releaseKey, KEY_A }, up(KEY_A, 1), { Step::releaseKey, KEY_A }
     } << QStringList { u"down 0"_s, u"up 0"_s };
@@ -111,18 +117,17 @@ void TestKeyEventProcessor::sequences()
     QFETCH(QList<Step>, steps);
     QFETCH(QStringList, expected);
 
-    KeyEventProcessor processor;
-    bool lockOn = false;
-    processor.setLockStateProvider([&lockOn] { return lockOn; });
+    TestSupport::FakeInputBackend backend;
+    KeyEventProcessor processor(backend);
     // Every report as a short line, so a whole sequence compares at once.
     QStringList lines;
-    connect(&processor, &KeyEventProcessor::keyDown, this, [&lines](KeyCode k) { lines << u"down %1"_s.arg(k); });
-    connect(&processor, &KeyEventProcessor::keyUp, this, [&lines](KeyCode k) { lines << u"up %1"_s.arg(k); });
-    connect(&processor, &KeyEventProcessor::flagsChanged, this,
+    connect(&backend, &InputBackend::keyDown, this, [&lines](KeyCode k) { lines << u"down %1"_s.arg(k); });
+    connect(&backend, &InputBackend::keyUp, this, [&lines](KeyCode k) { lines << u"up %1"_s.arg(k); });
+    connect(&backend, &InputBackend::flagsChanged, this,
         [&lines](ModifierFlags f, KeyCode k) { lines << u"flags %1 %2"_s.arg(f, 0, 16).arg(k); });
-    connect(&processor, &KeyEventProcessor::capsLockKey, this,
+    connect(&backend, &InputBackend::capsLockKey, this,
         [&lines](bool pressed) { lines << (pressed ? u"caps down"_s : u"caps up"_s); });
-    connect(&processor, &KeyEventProcessor::mediaKey, this,
+    connect(&backend, &InputBackend::mediaKey, this,
         [&lines](KeyCode k, bool pressed) { lines << u"media %1 %2"_s.arg(k).arg(pressed ? u"down"_s : u"up"_s); });
 
     for (const Step& step : std::as_const(steps)) {
@@ -142,10 +147,13 @@ void TestKeyEventProcessor::sequences()
             processor.releaseAll();
             break;
         case Step::setLock:
-            lockOn = step.code != 0;
+            backend.lockOn = step.code != 0;
             break;
         case Step::refreshLock:
             processor.refreshLockState();
+            break;
+        case Step::pushLock:
+            processor.setLockState(step.code != 0);
             break;
         }
     }

@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QHash>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -124,10 +125,9 @@ private slots:
     void aRealProcessIsSeen();
     void combinedSourceAsksEverySourceUntilOneSaysYes();
 
-    void pollsInsideStartThenEveryTwoSeconds();
-    void theStateIsTheLatestAnswerAndChangesAreSignalledOnce();
-    void everyFailureReadsAsNoRecording();
-    void stopEndsPolling();
+    void polling_data();
+    void polling();
+    void listenersAndOwnersMayEndPolling();
 };
 
 void TestPrivacyMonitor::recorderProcesses_data()
@@ -252,87 +252,66 @@ void TestPrivacyMonitor::combinedSourceAsksEverySourceUntilOneSaysYes()
     QCOMPARE(QList<int>({ failing.polls, silent.polls, recording.polls, last.polls }), QList<int>({ 2, 2, 1, 0 }));
 }
 
-void TestPrivacyMonitor::pollsInsideStartThenEveryTwoSeconds()
+void TestPrivacyMonitor::polling_data()
 {
-    Fixture f;
-    f.script.answer = Script::yes;
-    f.monitor.start();
-    QCOMPARE(f.script.polls, 1);
-    QCOMPARE(f.changedTo(), QList<bool>({ true }));
-    f.clock.advance(1.999);
-    QCOMPARE(f.script.polls, 1);
-    f.clock.advance(0.001);
-    QCOMPARE(f.script.polls, 2);
-    f.clock.advance(10.0);
-    QCOMPARE(f.script.polls, 7);
-
-    // Starting again while running neither polls nor adds a second cadence.
-    f.monitor.start();
-    f.clock.advance(2.0);
-    QCOMPARE(f.script.polls, 8);
-    QCOMPARE(f.clock.pendingJobCount(), 1);
+    // Steps separated by ';'. "answer y|n|std|other": what the source says next (yes, no, or it throws a standard
+    // exception or something else). "start", "stop", "+T": the clock moves on by T seconds. Checks: "polls N",
+    // "active 0|1" (also as the property), "changes B..." the values signalled so far, "running 0|1", "jobs N".
+    QTest::addColumn<QString>("script");
+    QTest::newRow("Polls inside start, then every two seconds; starting again adds nothing")
+        << u"answer y; start; polls 1; changes 1; +1.999; polls 1; +0.001; polls 2; +10; polls 7; start; +2; polls 8;"
+           " jobs 1"_s;
+    QTest::newRow("The state is the latest answer and each change is signalled once")
+        << u"start; changes; answer y; +2; active 1; +2; active 1; answer n; +2; active 0; +2; answer y; +2; active 1;"
+           " changes 1 0 1"_s;
+    QTest::newRow("Every failure reads as no recording, and polling goes on")
+        << u"answer y; start; answer std; +2; active 0; answer y; +2; answer other; +2; active 0; +4; polls 6;"
+           " changes 1 0 1 0"_s;
+    QTest::newRow("Stopping ends polling and keeps the state; a new start polls at once and counts from there")
+        << u"answer y; start; +3; stop; running 0; +10; polls 2; active 1; start; polls 3; +1.5; polls 3; +.5;"
+           " polls 4"_s;
 }
 
-void TestPrivacyMonitor::theStateIsTheLatestAnswerAndChangesAreSignalledOnce()
+void TestPrivacyMonitor::polling()
 {
+    QFETCH(QString, script);
     Fixture f;
-    f.monitor.start();
-    QVERIFY(f.changes.isEmpty());
-    const QList<Script::Answer> answers { Script::yes, Script::yes, Script::no, Script::no, Script::yes };
-    for (const Script::Answer answer : answers) {
-        f.script.answer = answer;
-        f.clock.advance(PrivacyMonitor::pollInterval);
-        QCOMPARE(f.monitor.screenRecordingActive(), answer == Script::yes);
-        QCOMPARE(f.monitor.property("screenRecordingActive").toBool(), answer == Script::yes);
+    for (const QString& step : script.split(u';', Qt::SkipEmptyParts)) {
+        const QStringList w = step.split(u' ', Qt::SkipEmptyParts);
+        const QString& op = w.first();
+        const auto number = [&](int i) { return w.at(i).toInt(); };
+        if (op == u"answer") {
+            static const QHash<QString, Script::Answer> answers { { u"y"_s, Script::yes }, { u"n"_s, Script::no },
+                { u"std"_s, Script::throwsStd }, { u"other"_s, Script::throwsOther } };
+            f.script.answer = answers.value(w.at(1));
+        } else if (op == u"start") {
+            f.monitor.start();
+        } else if (op == u"stop") {
+            f.monitor.stop();
+        } else if (op.startsWith(u'+')) {
+            f.clock.advance(op.mid(1).toDouble());
+        } else if (op == u"polls") {
+            QCOMPARE(f.script.polls, number(1));
+        } else if (op == u"active") {
+            QCOMPARE(f.monitor.screenRecordingActive(), number(1) != 0);
+            QCOMPARE(f.monitor.property("screenRecordingActive").toBool(), number(1) != 0);
+        } else if (op == u"changes") {
+            QList<bool> expected;
+            for (int i = 1; i < w.size(); ++i)
+                expected << (number(i) != 0);
+            QCOMPARE(f.changedTo(), expected);
+        } else if (op == u"running") {
+            QCOMPARE(f.monitor.isRunning(), number(1) != 0);
+        } else if (op == u"jobs") {
+            QCOMPARE(f.clock.pendingJobCount(), number(1));
+        } else {
+            QFAIL(qPrintable(step));
+        }
     }
-    QCOMPARE(f.changedTo(), QList<bool>({ true, false, true }));
 }
 
-void TestPrivacyMonitor::everyFailureReadsAsNoRecording()
+void TestPrivacyMonitor::listenersAndOwnersMayEndPolling()
 {
-    Fixture f;
-    f.script.answer = Script::yes;
-    f.monitor.start();
-    f.script.answer = Script::throwsStd;
-    f.clock.advance(2.0);
-    QVERIFY(!f.monitor.screenRecordingActive());
-    f.script.answer = Script::yes;
-    f.clock.advance(2.0);
-    f.script.answer = Script::throwsOther;
-    f.clock.advance(2.0);
-    QVERIFY(!f.monitor.screenRecordingActive());
-    // A failing poll does not end the polling.
-    f.clock.advance(4.0);
-    QCOMPARE(f.script.polls, 6);
-    QCOMPARE(f.changedTo(), QList<bool>({ true, false, true, false }));
-
-    ManualClock clock;
-    PrivacyMonitor withoutSource(clock, nullptr);
-    withoutSource.start();
-    clock.advance(2.0);
-    QVERIFY(!withoutSource.screenRecordingActive());
-}
-
-void TestPrivacyMonitor::stopEndsPolling()
-{
-    Fixture f;
-    f.script.answer = Script::yes;
-    f.monitor.start();
-    f.clock.advance(3.0);
-    f.monitor.stop();
-    QVERIFY(!f.monitor.isRunning());
-    f.clock.advance(10.0);
-    QCOMPARE(f.script.polls, 2);
-    QVERIFY(f.monitor.screenRecordingActive());
-
-    // A new start polls at once and counts its two seconds from there.
-    f.monitor.start();
-    QCOMPARE(f.script.polls, 3);
-    f.clock.advance(1.5);
-    QCOMPARE(f.script.polls, 3);
-    f.clock.advance(0.5);
-    QCOMPARE(f.script.polls, 4);
-
     // A listener may stop the watcher from the change signal, also during the first poll.
     for (const bool onFirstPoll : { true, false }) {
         Fixture g;
@@ -354,6 +333,12 @@ void TestPrivacyMonitor::stopEndsPolling()
     clock.advance(10.0);
     QCOMPARE(script.polls, 1);
     QCOMPARE(clock.pendingJobCount(), 0);
+
+    ManualClock other;
+    PrivacyMonitor withoutSource(other, nullptr);
+    withoutSource.start();
+    other.advance(2.0);
+    QVERIFY(!withoutSource.screenRecordingActive());
 }
 
 QTEST_GUILESS_MAIN(TestPrivacyMonitor)

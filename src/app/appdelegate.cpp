@@ -84,8 +84,6 @@ void AppDelegate::start()
     m_started = true;
 
     sharedDelegate = this;
-    KeyboardMonitor::setShared(m_monitor.get());
-    HotkeyManager::setShared(m_hotkeys.get());
     m_launchAtLogin = std::make_unique<LaunchAtLogin>(m_settings);
     UpdaterManager::setSharedContext(&m_settings, &m_clock);
     if (UpdaterManager* updater = UpdaterManager::shared()) {
@@ -98,13 +96,6 @@ void AppDelegate::start()
     }
 
     m_menuBar = std::make_unique<MenuBarView>(m_settings, *this);
-    connect(m_menuBar.get(), &MenuBarView::triggerModifierChanged, this, [this] {
-        // The recogniser keeps its counters across a restart, but reads the new trigger from now on.
-        if (m_hotkeys->isStarted()) {
-            m_hotkeys->stop();
-            m_hotkeys->start();
-        }
-    });
     m_menuBar->show();
     if (!m_trayAvailable)
         std::fprintf(stderr,
@@ -144,10 +135,6 @@ void AppDelegate::shutdown()
 
     if (m_started) {
         UpdaterManager::setSharedContext(nullptr, nullptr);
-        if (HotkeyManager::shared() == m_hotkeys.get())
-            HotkeyManager::setShared(nullptr);
-        if (KeyboardMonitor::shared() == m_monitor.get())
-            KeyboardMonitor::setShared(nullptr);
     }
     if (sharedDelegate == this)
         sharedDelegate = nullptr;

@@ -103,10 +103,9 @@ EvdevBackend::EvdevBackend(QObject* parent)
 EvdevBackend::EvdevBackend(const QString& directory, QObject* parent)
     : InputBackend(parent)
     , m_directory(directory)
+    , m_processor(*this)
 {
     m_lastAccess = access();
-
-    m_processor.forwardTo(this);
 
     m_rescanTimer.setSingleShot(true);
     m_rescanTimer.setInterval(1000);
@@ -116,7 +115,7 @@ EvdevBackend::EvdevBackend(const QString& directory, QObject* parent)
 EvdevBackend::~EvdevBackend()
 {
     // Nobody should hear of releases while this object is half destroyed.
-    m_processor.blockSignals(true);
+    blockSignals(true);
     m_devices.clear();
 }
 

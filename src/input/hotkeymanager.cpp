@@ -4,20 +4,15 @@
 #include "base/settingkeys.h"
 #include "base/settingsstore.h"
 #include "input/keyboardmonitor.h"
-#include "input/triggermodifier.h"
-
-namespace {
-
-HotkeyManager* s_shared = nullptr;
-
-} // namespace
 
 HotkeyManager::HotkeyManager(KeyboardMonitor& monitor, SettingsStore& settings, Clock& clock, QObject* parent)
     : QObject(parent)
     , m_monitor(&monitor)
     , m_settings(settings)
     , m_clock(clock)
+    , m_trigger(settings.value(SettingKeys::triggerModifier()))
 {
+    settings.bind(SettingKeys::triggerModifier(), this, [this](TriggerModifier trigger) { m_trigger = trigger; });
 }
 
 HotkeyManager::~HotkeyManager()
@@ -25,18 +20,6 @@ HotkeyManager::~HotkeyManager()
     // The hooks point at this object; they must not outlive it.
     if (m_started)
         stop();
-    if (s_shared == this)
-        s_shared = nullptr;
-}
-
-HotkeyManager* HotkeyManager::shared()
-{
-    return s_shared;
-}
-
-void HotkeyManager::setShared(HotkeyManager* manager)
-{
-    s_shared = manager;
 }
 
 void HotkeyManager::setOnTripleTap(std::function<void()> callback)
@@ -85,8 +68,7 @@ void HotkeyManager::stop()
 
 void HotkeyManager::handleFlagsChanged(ModifierFlags flags, KeyCode keyCode)
 {
-    const TriggerModifier trigger = m_settings.value(SettingKeys::triggerModifier());
-    const bool pressed = TriggerModifiers::isTriggerPressed(flags, keyCode, trigger);
+    const bool pressed = TriggerModifiers::isTriggerPressed(flags, keyCode, m_trigger);
     const double now = m_clock.now();
 
     if (pressed && !m_wasPressed) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "input/modifierflags.h"
+#include "input/triggermodifier.h"
 #include "base/keycode.h"
 
 #include <QObject>
@@ -24,7 +25,8 @@ class SettingsStore;
  * - Escape while hovering, when the setting "escapeToHideOnHover" is on; the key-down is swallowed;
  * - Command+comma (Super+comma here) while hovering; the key-down is swallowed.
  *
- * Listens through the monitor's two hooks between start() and stop(). Main thread only.
+ * Listens through the monitor's two hooks between start() and stop(). The trigger is kept current from the settings,
+ * so a new choice applies from the next report on. Main thread only.
  */
 class HotkeyManager final : public QObject
 {
@@ -55,11 +57,6 @@ public:
     /** Removes its hooks from the monitor if still started. */
     ~HotkeyManager() override;
 
-    /** The process-wide instance registered by the application; nullptr before that. */
-    static HotkeyManager* shared();
-    /** Registers `manager` as the process-wide instance (nullptr clears it). Destroying it clears it too. */
-    static void setShared(HotkeyManager* manager);
-
     /** Gesture callbacks, called on the main thread; nullptr clears one. */
     void setOnTripleTap(std::function<void()> callback);
     void setOnSingleTapWhileHovering(std::function<void()> callback);
@@ -69,30 +66,19 @@ public:
     /** Tells whether the pointer is over the keyboard panel now; without one the panel never counts as hovered. */
     void setPanelHoveredPredicate(std::function<bool()> predicate);
 
-    /** Installs the monitor's onFlagsChanged and onKeyDown hooks. Counters keep their state across stop/start. */
+    /** Installs the monitor's onFlagsChanged and onKeyDown hooks. */
     void start();
     /** Clears the monitor's two hooks. */
     void stop();
     bool isStarted() const { return m_started; }
 
-    /** One modifier report (each physical change arrives twice; a repeated state is no change). */
+    /** One modifier report (a repeated state is no change). */
     void handleFlagsChanged(ModifierFlags flags, KeyCode keyCode);
     /** One key-down, before other applications get it; true when it is to be swallowed. */
     bool handleKeyDown(KeyCode keyCode);
 
     /** What to hold back from other applications while hovered: Escape as the setting says, Command+comma always. */
     SwallowedShortcuts swallowedShortcuts() const;
-
-    /** Monotonic seconds at the start of the latest counted press, if a sequence is running. */
-    std::optional<double> lastTapTime() const { return m_lastTapTime; }
-    /** Presses counted in the current sequence. */
-    std::int64_t tapCount() const { return m_tapCount; }
-    /** The trigger state at the previous report. */
-    bool wasPressed() const { return m_wasPressed; }
-    /** Monotonic seconds at the start of the current press, while it lasts. */
-    std::optional<double> pressTime() const { return m_pressTime; }
-    /** Whether some key went down during the current (or last) press. */
-    bool otherKeyDuringPress() const { return m_otherKeyDuringPress; }
 
 private:
     bool isPanelHovered() const;
@@ -108,6 +94,7 @@ private:
     std::function<void()> m_onEscapeWhileHovering;
     std::function<void()> m_onSettingsHotkey;
     std::function<bool()> m_panelHovered;
+    TriggerModifier m_trigger;
 
     std::optional<double> m_lastTapTime;
     std::int64_t m_tapCount = 0;

@@ -53,8 +53,6 @@ QList<KeyCode> KeyCodeSet::toList() const
 
 namespace {
 
-KeyboardMonitor* s_shared = nullptr;
-
 // A left key also counts when only the generic bit is set and the right key's side bit is clear: some keyboards
 // report no side at all, and the left key is the one most people have. A right key counts only by its own bit.
 bool leftKeyDown(ModifierFlags flags, ModifierFlags leftBit, ModifierFlags genericBit, ModifierFlags rightBit)
@@ -74,18 +72,6 @@ KeyboardMonitor::KeyboardMonitor(SettingsStore& settings, Clock& clock, QObject*
 KeyboardMonitor::~KeyboardMonitor()
 {
     cancelHyperKeyDebounce();
-    if (s_shared == this)
-        s_shared = nullptr;
-}
-
-KeyboardMonitor* KeyboardMonitor::shared()
-{
-    return s_shared;
-}
-
-void KeyboardMonitor::setShared(KeyboardMonitor* monitor)
-{
-    s_shared = monitor;
 }
 
 bool KeyboardMonitor::isModifierPressed(KeyCode keyCode, ModifierFlags flags)
@@ -115,15 +101,6 @@ bool KeyboardMonitor::isModifierPressed(KeyCode keyCode, ModifierFlags flags)
     }
 }
 
-std::optional<KeyCode> KeyboardMonitor::mediaKeyCode(std::int32_t keyType)
-{
-    for (const MediaKeyMapping& mapping : mediaKeyCodes) {
-        if (mapping.keyType == keyType)
-            return mapping.keyCode;
-    }
-    return std::nullopt;
-}
-
 QVarLengthArray<KeyCode, 8> KeyboardMonitor::keyCodesForModifiers(ModifierFlags modifiers)
 {
     QVarLengthArray<KeyCode, 8> codes;
@@ -141,22 +118,15 @@ void KeyboardMonitor::attach(InputBackend* backend)
         disconnect(connection);
     m_backendConnections.clear();
     m_backend = backend;
-    if (!backend) {
-        m_capsLockStateReader = nullptr;
+    if (!backend)
         return;
-    }
-
     m_backendConnections = {
         connect(backend, &InputBackend::keyDown, this, &KeyboardMonitor::handleKeyDown),
         connect(backend, &InputBackend::keyUp, this, &KeyboardMonitor::handleKeyUp),
-        // Every modifier change is looked at twice, once per path, as the HyperKey display needs: the key-stream
-        // path leaves a held combination alone, while the other one resets all modifiers and replaces it again.
-        connect(backend, &InputBackend::flagsChanged, this, &KeyboardMonitor::handleTapFlagsChanged),
-        connect(backend, &InputBackend::flagsChanged, this, &KeyboardMonitor::handleFlagsChangedEvent),
-        connect(backend, &InputBackend::capsLockKey, this, &KeyboardMonitor::handleCapsLockHID),
+        connect(backend, &InputBackend::flagsChanged, this, &KeyboardMonitor::handleFlagsChanged),
+        connect(backend, &InputBackend::capsLockKey, this, &KeyboardMonitor::handleCapsLockKey),
         connect(backend, &InputBackend::mediaKey, this, &KeyboardMonitor::handleMediaKey),
     };
-    m_capsLockStateReader = [source = QPointer<InputBackend>(backend)] { return source && source->capsLockOn(); };
 }
 
 InputBackend* KeyboardMonitor::backend() const
@@ -166,23 +136,13 @@ InputBackend* KeyboardMonitor::backend() const
 
 bool KeyboardMonitor::start()
 {
-    if (!m_backend)
-        return false;
-    const bool started = m_backend->start();
-    // The lock may already be on; without this read the cap would stay dark until Caps Lock is next pressed.
-    refreshCapsLockState();
-    return started;
+    return m_backend && m_backend->start();
 }
 
 void KeyboardMonitor::stop()
 {
     if (m_backend)
         m_backend->stop();
-}
-
-void KeyboardMonitor::setCapsLockStateReader(std::function<bool()> reader)
-{
-    m_capsLockStateReader = std::move(reader);
 }
 
 void KeyboardMonitor::setOnKeyDown(std::function<bool(KeyCode)> hook)
@@ -211,54 +171,34 @@ void KeyboardMonitor::setOnHyperKeyRecorded(std::function<void(ModifierFlags)> c
 bool KeyboardMonitor::handleKeyDown(KeyCode keyCode)
 {
     // Shown even when the hook swallows it: its key-up still arrives and takes it away again.
-    insertKey(keyCode);
+    setKey(keyCode, true);
     if (!m_onKeyDown)
         return false;
-    // A copy, because the hook may replace itself (a restart of the gestures) while it runs.
+    // A copy, because the hook may replace itself while it runs.
     const std::function<bool(KeyCode)> hook = m_onKeyDown;
     return hook(keyCode);
 }
 
 void KeyboardMonitor::handleKeyUp(KeyCode keyCode)
 {
-    removeKey(keyCode);
+    setKey(keyCode, false);
 }
 
 void KeyboardMonitor::handleMediaKey(KeyCode keyCode, bool down)
 {
-    if (down)
-        insertKey(keyCode);
-    else
-        removeKey(keyCode);
+    setKey(keyCode, down);
 }
 
-void KeyboardMonitor::handleTapFlagsChanged(ModifierFlags flags, KeyCode keyCode)
+void KeyboardMonitor::handleFlagsChanged(ModifierFlags flags, KeyCode keyCode)
 {
-    setModifierFlags(flags);
-    // While a recorded combination is held, this path must not show its modifiers: the other path replaces them
-    // with Caps Lock, and doing it here as well would make them flicker. capsLockHeld is tested first so that
-    // ordinary modifier changes never read the settings.
-    const bool hyperKeyHeld = m_capsLockHeld && recordedHyperKey() != 0;
-    if (!hyperKeyHeld) {
-        updateModifierKey(keyCode, flags);
-        applyHyperKeyDisplay();
-    }
-    if (m_onFlagsChanged) {
-        const std::function<void(ModifierFlags, KeyCode)> hook = m_onFlagsChanged;
-        hook(flags, keyCode);
-    }
-}
-
-void KeyboardMonitor::handleFlagsChangedEvent(ModifierFlags flags, KeyCode keyCode)
-{
-    setModifierFlags(flags);
-    syncModifierKeys(flags);
-    applyHyperKeyDisplay();
-    // A report for the Caps Lock key code tells of a lock change. One that comes without a Caps Lock key report (the
-    // lock set by another program, Caps Lock pressed on a second keyboard while held on the first, a press lost with
-    // dropped events) would otherwise leave the lock light as it was until Caps Lock is next pressed.
-    if (keyCode == capsLockKeyCode)
-        refreshCapsLockState();
+    const ModifierFlags before = m_modifierFlags;
+    m_modifierFlags = flags;
+    if (before != flags)
+        emit modifierFlagsChanged(flags);
+    // The lock bit is the back end's lock state; reports for the Caps Lock key code are how it tells of a change.
+    if ((before ^ flags) & ModifierFlag::capsLock)
+        emit capsLockOnChanged(capsLockOn());
+    showModifierKeys();
     if (m_onFlagsChanged) {
         const std::function<void(ModifierFlags, KeyCode)> hook = m_onFlagsChanged;
         hook(flags, keyCode);
@@ -275,28 +215,24 @@ void KeyboardMonitor::handleFlagsChangedEvent(ModifierFlags flags, KeyCode keyCo
     }
 }
 
-void KeyboardMonitor::syncModifierKeys(ModifierFlags flags)
+void KeyboardMonitor::showModifierKeys()
 {
+    // Held first: it is the cheap test, and it fails on every ordinary modifier change, which then never reads the
+    // settings.
+    const ModifierFlags hyperKey = m_capsLockHeld ? recordedHyperKey() : 0;
+    const bool asCapsLock = hyperKey != 0 && m_settings.value(SettingKeys::hyperKeyShowAsCapsLock());
     for (KeyCode code : trackedModifierKeyCodes) {
-        if (isModifierPressed(code, flags))
-            insertKey(code);
-        else
-            removeKey(code);
+        // Shown as Caps Lock, the combination's own keys stay dark (fn is never part of one).
+        const bool standsIn = asCapsLock && code != 63 && isModifierPressed(code, hyperKey);
+        setKey(code, isModifierPressed(code, m_modifierFlags) && !standsIn);
+    }
+    if (hyperKey != 0) {
+        cancelHyperKeyDebounce();
+        setKey(capsLockKeyCode, asCapsLock);
     }
 }
 
-void KeyboardMonitor::updateModifierKey(KeyCode keyCode, ModifierFlags flags)
-{
-    if (std::find(trackedModifierKeyCodes.begin(), trackedModifierKeyCodes.end(), keyCode)
-        == trackedModifierKeyCodes.end())
-        return;
-    if (isModifierPressed(keyCode, flags))
-        insertKey(keyCode);
-    else
-        removeKey(keyCode);
-}
-
-void KeyboardMonitor::handleCapsLockHID(bool pressed)
+void KeyboardMonitor::handleCapsLockKey(bool pressed)
 {
     setCapsLockHeld(pressed);
     cancelHyperKeyDebounce();
@@ -304,96 +240,27 @@ void KeyboardMonitor::handleCapsLockHID(bool pressed)
     if (pressed && hyperKey != 0) {
         // A remapped Caps Lock sends its modifier flags around the same moment; wait briefly for them so that
         // neither Caps Lock nor the combination flashes up before the display settles.
-        m_hyperKeyDebounce = m_clock.schedule(hyperKeyDebounceDelay, this, [this] { runHyperKeyDebounce(); });
-    } else if (pressed) {
-        insertKey(capsLockKeyCode);
+        m_hyperKeyDebounce = m_clock.schedule(hyperKeyDebounceDelay, this, [this] {
+            m_hyperKeyDebounce = 0;
+            if (!m_capsLockHeld)
+                return;
+            setKey(capsLockKeyCode, true);
+            showModifierKeys();
+        });
     } else {
-        removeKey(capsLockKeyCode);
+        setKey(capsLockKeyCode, pressed);
         // Caps Lock stood in for the combination's keys; those still held (on another keyboard, or by the user)
         // show again.
         if (hyperKey != 0)
-            syncModifierKeys(m_modifierFlags);
-    }
-    // The lock light changes a moment after the key; read it once it has settled.
-    m_clock.schedule(capsLockRefreshDelay, this, [this] { refreshCapsLockState(); });
-}
-
-void KeyboardMonitor::runHyperKeyDebounce()
-{
-    m_hyperKeyDebounce = 0;
-    if (!m_capsLockHeld)
-        return;
-    insertKey(capsLockKeyCode);
-    applyHyperKeyDisplay();
-}
-
-void KeyboardMonitor::applyHyperKeyDisplay()
-{
-    // Held first: it is the cheap test, and it fails on every ordinary modifier change.
-    if (!m_capsLockHeld)
-        return;
-    const ModifierFlags hyperKey = recordedHyperKey();
-    if (hyperKey == 0)
-        return;
-    cancelHyperKeyDebounce();
-
-    if (m_settings.value(SettingKeys::hyperKeyShowAsCapsLock())) {
-        insertKey(capsLockKeyCode);
-        for (KeyCode code : keyCodesForModifiers(hyperKey))
-            removeKey(code);
-    } else {
-        // The modifiers stay as the flags left them.
-        removeKey(capsLockKeyCode);
+            showModifierKeys();
     }
 }
 
-void KeyboardMonitor::refreshCapsLockState()
+void KeyboardMonitor::setKey(KeyCode keyCode, bool down)
 {
-    setCapsLockOn(m_capsLockStateReader ? m_capsLockStateReader() : false);
-}
-
-void KeyboardMonitor::releaseAll()
-{
-    cancelHyperKeyDebounce();
-    setCapsLockHeld(false);
-    if (!m_pressedKeys.isEmpty()) {
-        const QList<KeyCode> released = m_pressedKeys.toList();
-        m_pressedKeys.clear();
-        for (KeyCode code : released)
-            emit keyChanged(code, false);
-        emit pressedKeysChanged();
-    }
-    setModifierFlags(0);
-}
-
-void KeyboardMonitor::insertKey(KeyCode keyCode)
-{
-    if (m_pressedKeys.insert(keyCode))
-        emit keyChanged(keyCode, true);
+    if (down ? m_pressedKeys.insert(keyCode) : m_pressedKeys.remove(keyCode))
+        emit keyChanged(keyCode, down);
     emit pressedKeysChanged();
-}
-
-void KeyboardMonitor::removeKey(KeyCode keyCode)
-{
-    if (m_pressedKeys.remove(keyCode))
-        emit keyChanged(keyCode, false);
-    emit pressedKeysChanged();
-}
-
-void KeyboardMonitor::setModifierFlags(ModifierFlags flags)
-{
-    if (m_modifierFlags == flags)
-        return;
-    m_modifierFlags = flags;
-    emit modifierFlagsChanged(flags);
-}
-
-void KeyboardMonitor::setCapsLockOn(bool on)
-{
-    if (m_capsLockOn == on)
-        return;
-    m_capsLockOn = on;
-    emit capsLockOnChanged(on);
 }
 
 void KeyboardMonitor::setCapsLockHeld(bool held)

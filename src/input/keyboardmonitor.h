@@ -13,7 +13,6 @@
 #include <array>
 #include <cstdint>
 #include <functional>
-#include <optional>
 
 class InputBackend;
 class SettingsStore;
@@ -64,32 +63,10 @@ class KeyboardMonitor final : public QObject
     Q_DISABLE_COPY_MOVE(KeyboardMonitor)
 
 public:
-    struct MediaKeyMapping
-    {
-        /** The key type of an auxiliary control button (volume, brightness, playback). */
-        std::int32_t keyType;
-        /** The F-key that carries that symbol on the keyboard. */
-        KeyCode keyCode;
-    };
-
     static constexpr KeyCode capsLockKeyCode = 57;
 
     /** The nine modifier keys shown from the flags, in the order in which they are synchronised. */
     static constexpr std::array<KeyCode, 9> trackedModifierKeyCodes { 56, 60, 59, 62, 58, 61, 55, 54, 63 };
-
-    /** Media key types and the F-key each is shown on; other types are ignored. */
-    static constexpr std::array<MediaKeyMapping, 10> mediaKeyCodes { {
-        { 3, 122 }, // brightness down: F1
-        { 2, 120 }, // brightness up: F2
-        { 18, 98 }, // previous: F7
-        { 20, 98 }, // rewind: F7
-        { 16, 100 }, // play: F8
-        { 17, 101 }, // next: F9
-        { 19, 101 }, // fast forward: F9
-        { 7, 109 }, // mute: F10
-        { 1, 103 }, // volume down: F11
-        { 0, 111 }, // volume up: F12
-    } };
 
     /**
      * The bits a recorded HyperKey combination may hold: the generic Shift, Control, Option and Command bits and
@@ -99,22 +76,13 @@ public:
 
     /** Seconds a Caps Lock press with a recorded combination waits for the combination's flags before showing. */
     static constexpr double hyperKeyDebounceDelay = 0.05;
-    /** Seconds after each Caps Lock press and release at which the lock state is read again. */
-    static constexpr double capsLockRefreshDelay = 0.1;
 
     /** `settings` and `clock` must outlive the monitor. */
     explicit KeyboardMonitor(SettingsStore& settings, Clock& clock, QObject* parent = nullptr);
     ~KeyboardMonitor() override;
 
-    /** The process-wide instance registered by the application; nullptr before that. */
-    static KeyboardMonitor* shared();
-    /** Registers `monitor` as the process-wide instance (nullptr clears it). Destroying it clears it too. */
-    static void setShared(KeyboardMonitor* monitor);
-
     /** Whether one tracked modifier key is down according to `flags`; always false for other keys. */
     static bool isModifierPressed(KeyCode keyCode, ModifierFlags flags);
-    /** The F-key code shown for a media key type, or none for types not in mediaKeyCodes. */
-    static std::optional<KeyCode> mediaKeyCode(std::int32_t keyType);
     /**
      * The modifier keys held in `modifiers`, by the same rules as isModifierPressed() but without fn, in the order
      * left Shift, right Shift, left Control, right Control, left Option, right Option, left Command, right Command.
@@ -122,14 +90,13 @@ public:
     static QVarLengthArray<KeyCode, 8> keyCodesForModifiers(ModifierFlags modifiers);
 
     /**
-     * Connects `backend` (nullptr detaches): its key and Caps Lock reports drive this monitor and its capsLockOn()
-     * answers the lock-state reads. A previously attached back end is disconnected; held keys are left as they are
-     * (see releaseAll()).
+     * Connects `backend` (nullptr detaches): its key and Caps Lock reports drive this monitor. A previously attached
+     * back end is disconnected; held keys are left as they are.
      */
     void attach(InputBackend* backend);
     InputBackend* backend() const;
 
-    /** Starts the attached back end and reads the Caps Lock lock state once; false when it could not start. */
+    /** Starts the attached back end, which then reports the lock state; false when it could not start. */
     bool start();
     /** Stops the attached back end; the shown state is kept. */
     void stop();
@@ -138,16 +105,10 @@ public:
     const KeyCodeSet& pressedKeys() const { return m_pressedKeys; }
     /** Flags of the latest modifier report; 0 before the first. */
     ModifierFlags modifierFlags() const { return m_modifierFlags; }
-    /** The Caps Lock lock state (its light), as last read. */
-    bool capsLockOn() const { return m_capsLockOn; }
+    /** The Caps Lock lock state (its light): the lock bit of the latest modifier report. */
+    bool capsLockOn() const { return m_modifierFlags & ModifierFlag::capsLock; }
     /** Whether the physical Caps Lock key is down, as the back end last reported. */
     bool capsLockHeld() const { return m_capsLockHeld; }
-
-    /**
-     * Reads the lock state for refreshCapsLockState(); attach() installs the back end's. Without a reader the lock
-     * reads as off.
-     */
-    void setCapsLockStateReader(std::function<bool()> reader);
 
     /**
      * Hook that looks at every key-down after the key is shown; returning true asks for the key-down to be kept from
@@ -155,7 +116,7 @@ public:
      */
     void setOnKeyDown(std::function<bool(KeyCode)> hook);
     const std::function<bool(KeyCode)>& onKeyDown() const { return m_onKeyDown; }
-    /** Hook told of every modifier report with its flags and key code. Each change is reported twice (see attach). */
+    /** Hook told of every modifier report, once, with its flags and key code. */
     void setOnFlagsChanged(std::function<void(ModifierFlags, KeyCode)> hook);
     const std::function<void(ModifierFlags, KeyCode)>& onFlagsChanged() const { return m_onFlagsChanged; }
 
@@ -175,32 +136,12 @@ public:
     void handleMediaKey(KeyCode keyCode, bool down);
 
     /**
-     * A modifier report from the key stream: updates only the key that caused it, and while a recorded HyperKey
-     * combination is held leaves the shown keys alone.
+     * A modifier report: shows each tracked modifier key as the flags say (while a recorded HyperKey combination is
+     * held, as the user chose to see it), tells the onFlagsChanged hook and completes a HyperKey recording.
      */
-    void handleTapFlagsChanged(ModifierFlags flags, KeyCode keyCode);
-    /**
-     * The same modifier report from the second source: sets all nine tracked keys from the flags, replaces the
-     * HyperKey combination if needed and completes a HyperKey recording.
-     */
-    void handleFlagsChangedEvent(ModifierFlags flags, KeyCode keyCode);
-    /** Shows or hides each tracked modifier key as `flags` say. */
-    void syncModifierKeys(ModifierFlags flags);
-    /** Shows or hides `keyCode` as `flags` say, if it is a tracked modifier key; other codes change nothing. */
-    void updateModifierKey(KeyCode keyCode, ModifierFlags flags);
-
+    void handleFlagsChanged(ModifierFlags flags, KeyCode keyCode);
     /** The physical Caps Lock key went down or up. */
-    void handleCapsLockHID(bool pressed);
-    /** While a recorded HyperKey combination is held: shows Caps Lock instead of the combination, or the reverse. */
-    void applyHyperKeyDisplay();
-    /** Reads the lock state now; capsLockOnChanged() fires only on a change. */
-    void refreshCapsLockState();
-
-    /**
-     * Forgets every held key, the flags and the held Caps Lock key, as when the back end is lost. The hooks are not
-     * told.
-     */
-    void releaseAll();
+    void handleCapsLockKey(bool pressed);
 
 signals:
     /**
@@ -216,13 +157,10 @@ signals:
     void recordingHyperKeyChanged(bool recording);
 
 private:
-    void insertKey(KeyCode keyCode);
-    void removeKey(KeyCode keyCode);
-    void setModifierFlags(ModifierFlags flags);
-    void setCapsLockOn(bool on);
+    void showModifierKeys();
+    void setKey(KeyCode keyCode, bool down);
     void setCapsLockHeld(bool held);
     void cancelHyperKeyDebounce();
-    void runHyperKeyDebounce();
     ModifierFlags recordedHyperKey() const;
 
     SettingsStore& m_settings;
@@ -232,12 +170,10 @@ private:
 
     KeyCodeSet m_pressedKeys;
     ModifierFlags m_modifierFlags = 0;
-    bool m_capsLockOn = false;
     bool m_capsLockHeld = false;
     bool m_isRecordingHyperKey = false;
     std::function<void(ModifierFlags)> m_onHyperKeyRecorded;
     std::function<void(ModifierFlags, KeyCode)> m_onFlagsChanged;
     std::function<bool(KeyCode)> m_onKeyDown;
-    std::function<bool()> m_capsLockStateReader;
     Clock::JobHandle m_hyperKeyDebounce = 0;
 };

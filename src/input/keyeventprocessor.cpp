@@ -19,26 +19,9 @@ bool isValidCode(int linuxCode)
 
 } // namespace
 
-KeyEventProcessor::KeyEventProcessor(QObject* parent)
-    : QObject(parent)
+KeyEventProcessor::KeyEventProcessor(InputBackend& backend)
+    : m_backend(backend)
 {
-}
-
-KeyEventProcessor::~KeyEventProcessor() = default;
-
-void KeyEventProcessor::forwardTo(InputBackend* backend)
-{
-    connect(this, &KeyEventProcessor::keyDown, backend, &InputBackend::keyDown);
-    connect(this, &KeyEventProcessor::keyUp, backend, &InputBackend::keyUp);
-    connect(this, &KeyEventProcessor::flagsChanged, backend, &InputBackend::flagsChanged);
-    connect(this, &KeyEventProcessor::capsLockKey, backend, &InputBackend::capsLockKey);
-    connect(this, &KeyEventProcessor::mediaKey, backend, &InputBackend::mediaKey);
-    setLockStateProvider([backend] { return backend->capsLockOn(); });
-}
-
-void KeyEventProcessor::setLockStateProvider(std::function<bool()> provider)
-{
-    m_lockStateProvider = std::move(provider);
 }
 
 void KeyEventProcessor::processKey(int linuxCode, Action action, DeviceId device)
@@ -63,7 +46,7 @@ void KeyEventProcessor::processKey(int linuxCode, Action action, DeviceId device
         return;
     }
     if (action == Action::repeat && entry.kind == LinuxKeymap::Kind::ordinary)
-        emit keyDown(entry.keyCode);
+        emit m_backend.keyDown(entry.keyCode);
 }
 
 void KeyEventProcessor::releaseDevice(DeviceId device)
@@ -105,11 +88,15 @@ void KeyEventProcessor::releaseAll()
 
 void KeyEventProcessor::refreshLockState()
 {
-    const bool on = m_lockStateProvider && m_lockStateProvider();
+    setLockState(m_backend.capsLockOn());
+}
+
+void KeyEventProcessor::setLockState(bool on)
+{
     if (on == m_lockOn)
         return;
     m_lockOn = on;
-    emit flagsChanged(flags(), capsLockKeyCode);
+    emit m_backend.flagsChanged(flags(), capsLockKeyCode);
 }
 
 bool KeyEventProcessor::isHeld(int linuxCode) const
@@ -163,20 +150,20 @@ void KeyEventProcessor::press(const LinuxKeymap::Entry& entry, int linuxCode, De
     case LinuxKeymap::Kind::ordinary:
         Q_ASSERT(entry.keyCode < keySlots);
         ++m_keyHolders[entry.keyCode];
-        emit keyDown(entry.keyCode);
+        emit m_backend.keyDown(entry.keyCode);
         break;
     case LinuxKeymap::Kind::modifier:
-        emit flagsChanged(flags(), entry.keyCode);
+        emit m_backend.flagsChanged(flags(), entry.keyCode);
         break;
     case LinuxKeymap::Kind::capsLock:
-        emit capsLockKey(true);
+        emit m_backend.capsLockKey(true);
         // The lock toggles on the press; the back end may learn of it only later and refresh again then.
         refreshLockState();
         break;
     case LinuxKeymap::Kind::media:
         Q_ASSERT(entry.keyCode < keySlots);
         if (m_keyHolders[entry.keyCode]++ == 0)
-            emit mediaKey(entry.keyCode, true);
+            emit m_backend.mediaKey(entry.keyCode, true);
         break;
     case LinuxKeymap::Kind::none:
         break;
@@ -193,17 +180,17 @@ void KeyEventProcessor::release(const LinuxKeymap::Entry& entry, int linuxCode, 
     case LinuxKeymap::Kind::ordinary:
         // F1 let go while the brightness key on the same cap is held: the cap stays down.
         if (--m_keyHolders[entry.keyCode] == 0)
-            emit keyUp(entry.keyCode);
+            emit m_backend.keyUp(entry.keyCode);
         break;
     case LinuxKeymap::Kind::modifier:
-        emit flagsChanged(flags(), entry.keyCode);
+        emit m_backend.flagsChanged(flags(), entry.keyCode);
         break;
     case LinuxKeymap::Kind::capsLock:
-        emit capsLockKey(false);
+        emit m_backend.capsLockKey(false);
         break;
     case LinuxKeymap::Kind::media:
         if (--m_keyHolders[entry.keyCode] == 0)
-            emit mediaKey(entry.keyCode, false);
+            emit m_backend.mediaKey(entry.keyCode, false);
         break;
     case LinuxKeymap::Kind::none:
         break;

@@ -5,27 +5,26 @@
 #include "input/modifierflags.h"
 #include "base/keycode.h"
 
-#include <QObject>
+#include <QtGlobal>
 
 #include <array>
 #include <bitset>
 #include <cstdint>
-#include <functional>
 #include <vector>
 
 class InputBackend;
 
 /**
- * Turns raw Linux key events from any number of devices into the reports of InputBackend: key down and up for
- * ordinary keys, modifier flags, the Caps Lock key and media keys, all in the layout's key codes.
+ * Turns raw Linux key events from any number of devices into the reports of an InputBackend, emitted as that back
+ * end's own signals: key down and up for ordinary keys, modifier flags, the Caps Lock key and media keys, all in the
+ * layout's key codes. It owns the Caps Lock lock state that goes into the flags.
  *
  * It remembers which device holds which key, so that a key held on two keyboards goes up only when the last one
  * lets go, a vanished device lets go of everything it held, and releases of keys that are not held (repeated
  * releases, keys pressed before reading started) change nothing. Platform-free; main thread only.
  */
-class KeyEventProcessor final : public QObject
+class KeyEventProcessor final
 {
-    Q_OBJECT
     Q_DISABLE_COPY_MOVE(KeyEventProcessor)
 
 public:
@@ -40,14 +39,8 @@ public:
     /** Identifies the source of an event: any value the caller keeps unique per device. */
     using DeviceId = int;
 
-    explicit KeyEventProcessor(QObject* parent = nullptr);
-    ~KeyEventProcessor() override;
-
-    /** Reads the Caps Lock lock state for the 0x10000 bit of the flags; without one the lock reads as off. */
-    void setLockStateProvider(std::function<bool()> provider);
-
-    /** Re-emits every signal of this processor as the matching signal of `backend`, and reads its lock state. */
-    void forwardTo(InputBackend* backend);
+    /** Reports through `backend`'s signals and reads the lock from its capsLockOn(); `backend` must outlive this. */
+    explicit KeyEventProcessor(InputBackend& backend);
 
     /**
      * One key event from `device`. A repeat reports an ordinary key down again (and counts as a press when the key
@@ -63,22 +56,20 @@ public:
     void releaseAll();
 
     /**
-     * Reads the lock state again; when it changed, reports the new flags with the Caps Lock key code (57), the way
-     * a lock toggle is reported. Called on each Caps Lock press and whenever the back end learns of a change.
+     * Asks the back end for the lock state (once per Caps Lock press, and when it starts or a device's light
+     * changes) and takes it as setLockState() does.
      */
     void refreshLockState();
+    /**
+     * The lock is now `on`, as the platform told without being asked; when it changed, reports the new flags with
+     * the Caps Lock key code (57), the way a lock toggle is reported.
+     */
+    void setLockState(bool on);
 
     bool isHeld(int linuxCode) const;
     bool isHeldBy(int linuxCode, DeviceId device) const;
     /** The held modifiers' generic and side bits, plus the Caps Lock lock bit as last read. */
     ModifierFlags flags() const;
-
-signals:
-    void keyDown(KeyCode keyCode);
-    void keyUp(KeyCode keyCode);
-    void flagsChanged(ModifierFlags flags, KeyCode keyCode);
-    void capsLockKey(bool pressed);
-    void mediaKey(KeyCode keyCode, bool pressed);
 
 private:
     struct DeviceKeys
@@ -105,6 +96,6 @@ private:
     std::array<std::uint8_t, keySlots> m_keyHolders {};
     /** A handful of keyboards at most, so a vector searched in order beats hashing. */
     std::vector<DeviceKeys> m_devices;
-    std::function<bool()> m_lockStateProvider;
+    InputBackend& m_backend;
     bool m_lockOn = false;
 };

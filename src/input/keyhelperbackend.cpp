@@ -69,13 +69,12 @@ KeyHelperBackend::KeyHelperBackend(QObject* parent)
 KeyHelperBackend::KeyHelperBackend(std::optional<Launch> launch, QObject* parent)
     : InputBackend(parent)
     , m_launch(std::move(launch))
+    , m_processor(*this)
 {
-    m_processor.forwardTo(this);
 }
 
 KeyHelperBackend::~KeyHelperBackend()
 {
-    m_processor.blockSignals(true);
     blockSignals(true);
     if (m_process) {
         QProcess* process = m_process.get();

@@ -139,8 +139,8 @@ void ungrabKey(xcb_connection_t* c, xcb_window_t root, xcb_keycode_t keycode, st
 
 X11Backend::X11Backend(QObject* parent)
     : InputBackend(parent)
+    , m_processor(*this)
 {
-    m_processor.forwardTo(this);
     m_pendingReleaseTimer.setSingleShot(true);
     m_pendingReleaseTimer.setInterval(0);
     connect(&m_pendingReleaseTimer, &QTimer::timeout, this, &X11Backend::applyPendingRelease);
@@ -176,7 +176,8 @@ X11Backend::X11Backend(QObject* parent)
 
 X11Backend::~X11Backend()
 {
-    m_processor.blockSignals(true);
+    // Nobody should hear of releases while this object is half destroyed.
+    blockSignals(true);
     // The connection is Qt's: once the application is gone, so is the connection, and so are the selections.
     if (m_x && m_x->running && qtConnection() == m_x->c)
         stop();
@@ -352,10 +353,11 @@ bool X11Backend::handleEvent(const void* message)
 
     if (m_x->hasXkb && type == m_x->xkbFirstEvent) {
         // Qt selects XKB state notifications on its connection for its own keyboard state; they tell us when
-        // the lock changes without a key of ours (another keyboard's Caps Lock, a remote tool).
+        // the lock changes without a key of ours (another keyboard's Caps Lock, a remote tool), and carry the new
+        // lock, so the server is not asked again.
         const auto* notify = reinterpret_cast<const xcb_xkb_state_notify_event_t*>(event);
         if (notify->xkbType == XCB_XKB_STATE_NOTIFY && (notify->changed & XCB_XKB_STATE_PART_MODIFIER_LOCK))
-            m_processor.refreshLockState();
+            m_processor.setLockState(notify->lockedMods & XCB_MOD_MASK_LOCK);
     }
     return false;
 }

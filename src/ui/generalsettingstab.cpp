@@ -3,7 +3,6 @@
 
 #include "base/settingkeys.h"
 #include "base/settingsstore.h"
-#include "input/hotkeymanager.h"
 #include "input/keyboardmonitor.h"
 #include "input/triggermodifier.h"
 #include "ui/modifiernames.h"
@@ -46,12 +45,11 @@ ToneLabel* smallNote(const QString& text, QWidget* parent)
 
 } // namespace
 
-GeneralSettingsTab::GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor* monitor,
-    std::function<void()> restartGestures, UpdaterManager* updater, QWidget* parent)
+GeneralSettingsTab::GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor* monitor, UpdaterManager* updater,
+    QWidget* parent)
     : QScrollArea(parent)
     , m_settings(settings)
     , m_monitor(monitor)
-    , m_restartGestures(std::move(restartGestures))
     , m_updater(updater)
 {
     QVBoxLayout* layout = SettingsStyle::startSettingsPage(this);
@@ -66,17 +64,6 @@ GeneralSettingsTab::GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor*
 GeneralSettingsTab::~GeneralSettingsTab()
 {
     stopRecording();
-}
-
-std::function<void()> GeneralSettingsTab::restarting(HotkeyManager* hotkeys)
-{
-    return [manager = QPointer<HotkeyManager>(hotkeys)] {
-        // A recogniser that is not running (no key access yet) is left for the application to start.
-        if (manager && manager->isStarted()) {
-            manager->stop();
-            manager->start();
-        }
-    };
 }
 
 QString GeneralSettingsTab::autoHideExplanation(const QString& triggerName)
@@ -99,11 +86,6 @@ void GeneralSettingsTab::buildBehaviour()
         m_trigger->addItem(TriggerModifiers::displayName(trigger));
     hotkey->addAccessory(m_trigger);
     SettingsBinding::bindSwitch(hotkey, m_settings, SettingKeys::enableGlobalHotkey());
-    // Connected after the binding, so the recogniser restarts with the setting already written.
-    connect(hotkey, &SwitchRow::toggled, this, [this] {
-        if (m_restartGestures)
-            m_restartGestures();
-    });
     connect(m_trigger, &QComboBox::activated, this, &GeneralSettingsTab::chooseTrigger);
     m_behaviour->addRow(hotkey);
 
@@ -224,8 +206,6 @@ void GeneralSettingsTab::chooseTrigger(int index)
     if (chosen == m_settings.value(SettingKeys::triggerModifier()))
         return;
     m_settings.setValue(SettingKeys::triggerModifier(), chosen);
-    if (m_restartGestures)
-        m_restartGestures();
 }
 
 void GeneralSettingsTab::showTrigger()

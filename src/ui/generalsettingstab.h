@@ -9,7 +9,6 @@
 
 #include <functional>
 
-class HotkeyManager;
 class KeyboardMonitor;
 class QComboBox;
 class QPushButton;
@@ -37,16 +36,12 @@ class GeneralSettingsTab final : public QScrollArea
 public:
     /**
      * `settings` must outlive the tab. `monitor` records the HyperKey combination (none disables recording).
-     * `restartGestures` runs once after every change of the hotkey switch or the trigger picker made here; see
-     * restarting(). `updater` serves the Updates section.
+     * `updater` serves the Updates section.
      */
-    GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor* monitor, std::function<void()> restartGestures,
+    GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor* monitor,
         UpdaterManager* updater = UpdaterManager::shared(), QWidget* parent = nullptr);
     /** Ends a HyperKey recording still running. */
     ~GeneralSettingsTab() override;
-
-    /** A gesture restart for the constructor: stop() and then start() on `hotkeys`, for as long as it exists. */
-    static std::function<void()> restarting(HotkeyManager* hotkeys);
 
     /** The explanation under the auto-hide switch, naming the trigger key `triggerName`. */
     static QString autoHideExplanation(const QString& triggerName);
@@ -75,7 +70,6 @@ private:
 
     SettingsStore& m_settings;
     QPointer<KeyboardMonitor> m_monitor;
-    std::function<void()> m_restartGestures;
     UpdaterManager* m_updater;
     bool m_recording = false;
 

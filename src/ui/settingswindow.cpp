@@ -59,9 +59,7 @@ void SettingsWindow::buildContent()
     auto* styling = new StylingSettingsTab(m_settings, *m_files, m_tabs);
     styling->setObjectName(u"styling"_s);
     m_tabs->addTab(styling, tr("Styling"));
-    auto* general = new GeneralSettingsTab(
-        m_settings, m_monitor.data(), GeneralSettingsTab::restarting(m_hotkeys.data()), UpdaterManager::shared(),
-        m_tabs);
+    auto* general = new GeneralSettingsTab(m_settings, m_monitor.data(), UpdaterManager::shared(), m_tabs);
     general->setObjectName(u"general"_s);
     m_tabs->addTab(general, tr("General"));
     m_tabs->setCurrentIndex(0);

@@ -3,9 +3,15 @@
 // fed through the event streams, the key event processor, the key state monitor and the gesture recogniser.
 //
 // The processor's held keys are compared with a plain model of what each device holds after every step, the flags
-// it reports with the modifiers held, and once every keyboard is gone nothing may be left shown as held.
+// it reports with the modifiers held, and once every keyboard is gone nothing may be left shown as held. Whenever
+// time has settled (a step of 0.05 s or more, past the HyperKey wait), everything the monitor shows is compared with
+// what the model's held keys, lights and the HyperKey settings call for.
 //
-// Input: one settings byte, then records of 10 bytes: operation, type, code, value, time step.
+// Input: one settings byte (bit 0: a HyperKey of Shift, Control and Option; bit 1: shown as Caps Lock; bit 2:
+// Escape hides; bits 3-5: the trigger), then records of 10 bytes: operation, type (u16), code (u16), value (i32),
+// time step in 10 ms. Operation bits 0-1 pick the keyboard, bits 2-4: 0-4 an event, 5 a resync (the state read back
+// differs from the events by `code`, the light is bit 0 of `value`), 6 unplugging, 7 hovering (bit 0 of `value`)
+// and HyperKey recording (bit 1).
 #include "fuzzsupport.h"
 
 #include "base/clock.h"
@@ -18,12 +24,14 @@
 #include "input/keyboardmonitor.h"
 #include "input/keyeventprocessor.h"
 #include "input/linuxkeymap.h"
+#include "../testsupport.h"
 
 #include <QHash>
 #include <QTemporaryDir>
 
 #include <linux/input.h>
 
+#include <algorithm>
 #include <array>
 #include <bitset>
 #include <memory>
@@ -34,19 +42,6 @@ namespace {
 
 constexpr int deviceCount = 4;
 using KeyBits = std::bitset<LinuxKeymap::codeCount>;
-
-class FuzzBackend final : public InputBackend
-{
-public:
-    QString name() const override { return u"fuzz"_s; }
-    Access access() const override { return Access::granted; }
-    QString accessHelp() const override { return {}; }
-    bool start() override { return true; }
-    void stop() override { }
-    bool capsLockOn() const override { return lockOn && lockOn(); }
-
-    std::function<bool()> lockOn;
-};
 
 SettingsStore& settings()
 {
@@ -71,6 +66,7 @@ struct DeviceModel
     KeyBits held;
     KeyBits physical;
     bool dropped = false;
+    bool led = false;
 };
 
 bool isShown(int code)
@@ -104,8 +100,8 @@ const QHash<KeyCode, QList<int>>& codesOnCap()
 struct Rig
 {
     ManualClock clock;
-    FuzzBackend backend;
-    KeyEventProcessor processor;
+    TestSupport::FakeInputBackend backend;
+    KeyEventProcessor processor { backend };
     std::array<std::unique_ptr<EvdevEventStream>, deviceCount> streams;
     std::array<DeviceModel, deviceCount> model;
     KeyboardMonitor monitor { settings(), clock };
@@ -117,8 +113,6 @@ struct Rig
     {
         for (int i = 0; i < deviceCount; ++i)
             streams[i] = std::make_unique<EvdevEventStream>(processor, 100 + i);
-        backend.lockOn = [this] { return anyLed(); };
-        processor.forwardTo(&backend);
         monitor.attach(&backend);
         hotkeys.setPanelHoveredPredicate([this] { return hovered; });
         hotkeys.setOnTripleTap([] {});
@@ -134,13 +128,43 @@ struct Rig
 
     ~Rig() { hotkeys.stop(); }
 
+    // The lock as the evdev back end reads it: lit on any keyboard still plugged in.
     bool anyLed() const
     {
-        for (const auto& stream : streams) {
-            if (stream->capsLockLed())
-                return true;
+        return std::any_of(model.begin(), model.end(), [](const DeviceModel& device) { return device.led; });
+    }
+
+    // Everything the monitor must show, from the model alone.
+    void checkShown() const
+    {
+        KeyBits held;
+        for (const DeviceModel& device : model)
+            held |= device.held;
+        KeyCodeSet shown;
+        bool capsHeld = false;
+        for (int code = 0; code < LinuxKeymap::codeCount; ++code) {
+            const LinuxKeymap::Entry& entry = LinuxKeymap::lookup(code);
+            if (held[code] && (entry.kind == LinuxKeymap::Kind::ordinary || entry.kind == LinuxKeymap::Kind::media))
+                shown.insert(entry.keyCode);
+            capsHeld = capsHeld || (held[code] && entry.kind == LinuxKeymap::Kind::capsLock);
         }
-        return false;
+        const ModifierFlags flags = expectedFlags();
+        for (KeyCode code : KeyboardMonitor::trackedModifierKeyCodes) {
+            if (KeyboardMonitor::isModifierPressed(code, flags))
+                shown.insert(code);
+        }
+        // A plain Caps Lock shows while held; a remapped one either as Caps Lock, hiding its combination's keys, or
+        // as the combination alone.
+        const ModifierFlags combination = settings().value(SettingKeys::hyperKeyModifiers());
+        const bool asCapsLock = settings().value(SettingKeys::hyperKeyShowAsCapsLock());
+        if (capsHeld && (combination == 0 || asCapsLock))
+            shown.insert(KeyboardMonitor::capsLockKeyCode);
+        if (capsHeld && combination != 0 && asCapsLock) {
+            for (KeyCode code : KeyboardMonitor::keyCodesForModifiers(combination))
+                shown.remove(code);
+        }
+        FUZZ_CHECK(monitor.pressedKeys() == shown);
+        FUZZ_CHECK(monitor.capsLockHeld() == capsHeld);
     }
 
     ModifierFlags expectedFlags() const
@@ -214,6 +238,9 @@ struct Rig
             device.dropped = true;
         else if (!device.dropped && event.type == EV_KEY && isShown(event.code) && event.value >= 0 && event.value <= 2)
             device.held[event.code] = event.value != 0;
+        else if (!device.dropped && event.type == EV_LED && event.code == LED_CAPSL)
+            device.led = event.value != 0;
+        backend.lockOn = anyLed();
 
         streams[index]->processEvent(event);
         FUZZ_CHECK(streams[index]->needsResync() == device.dropped);
@@ -231,6 +258,8 @@ struct Rig
             device.physical.flip(lostCode);
         device.held = shownOnly(device.physical);
         device.dropped = false;
+        device.led = led;
+        backend.lockOn = anyLed();
         streams[index]->resync({ device.physical, led });
         checkAll();
         checkFlags();
@@ -239,6 +268,7 @@ struct Rig
     void remove(int index)
     {
         model[index] = {};
+        backend.lockOn = anyLed();
         streams[index]->deviceRemoved();
         checkAll();
         checkFlags();
@@ -268,6 +298,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const auto step = reader.take<std::uint8_t>();
 
         rig.clock.advance(step * 0.01);
+        if (step >= 5)
+            rig.checkShown();
         const int device = operation & 3;
         switch (operation >> 2 & 7) {
         case 5:
@@ -292,6 +324,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     rig.clock.advance(1);
     FUZZ_CHECK(rig.processor.flags() == 0);
     FUZZ_CHECK(rig.monitor.pressedKeys().isEmpty());
+    FUZZ_CHECK(!rig.monitor.capsLockOn());
     FUZZ_CHECK(!rig.monitor.capsLockHeld());
     return 0;
 }

@@ -6,6 +6,7 @@
 // Input: one byte of options (bit 0: start with a valid hello; bits 1-4: the size of the pieces, 0 meaning a
 // size read from the input before each piece), then the stream.
 #include "fuzzsupport.h"
+#include "../testsupport.h"
 
 #include "input/keyeventprocessor.h"
 #include "input/keyhelperprotocol.h"
@@ -23,11 +24,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ++data;
     --size;
 
-    KeyEventProcessor processor;
+    TestSupport::FakeInputBackend backend;
+    KeyEventProcessor processor(backend);
     KeyHelperStream stream(processor);
-    processor.setLockStateProvider([&stream] { return stream.capsLockOn(); });
-    int heldKeys = 0;
-    QObject::connect(&processor, &KeyEventProcessor::keyDown, [&heldKeys] { ++heldKeys; });
 
     if (options & 1) {
         char hello[KeyHelperProtocol::recordSize];

@@ -1,0 +1,19 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
+# Tests of the input folder: key tables, the monitor and gestures, the back ends, the key helper and recording
+# detection. Included from tests/CMakeLists.txt.
+foreach(unit linuxkeymap keyeventprocessor evdevstream keyhelperbackend keyboardmonitor hotkeymanager latencyprobe
+        privacymonitor)
+    ordalis_add_test(test${unit} LIBS ordalis_keyboard)
+endforeach()
+ordalis_add_test(testscreencast LIBS ordalis_input PkgConfig::PIPEWIRE)
+
+# Starts its own Xvfb and types with xdotool; skips when either is missing.
+ordalis_add_test(testx11backend LIBS ordalis_input PkgConfig::XCB)
+set_tests_properties(testx11backend PROPERTIES TIMEOUT 180)
+
+# ordalis-keyhelper as Ordalis runs it, its test build reading named pipes that stand in for devices.
+ordalis_add_test(testkeyhelper LIBS ordalis_keyhelper_paths)
+target_include_directories(testkeyhelper PRIVATE "${CMAKE_BINARY_DIR}/include/input")
+target_compile_definitions(testkeyhelper PRIVATE
+    ORDALIS_KEYHELPER_TESTING_PATH="$<TARGET_FILE:ordalis-keyhelper-testing>")
+add_dependencies(testkeyhelper ordalis-keyhelper-testing)
