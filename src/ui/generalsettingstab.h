@@ -38,10 +38,10 @@ public:
     /**
      * `settings` must outlive the tab. `monitor` records the HyperKey combination (none disables recording).
      * `restartGestures` runs once after every change of the hotkey switch or the trigger picker made here; see
-     * restarting(). `updater` serves the Updates section.
+     * restarting(). `updater` serves the Updates section; none in a build without an update feed.
      */
     GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor* monitor, std::function<void()> restartGestures,
-        UpdaterManager* updater = UpdaterManager::shared(), QWidget* parent = nullptr);
+        UpdaterManager* updater, QWidget* parent = nullptr);
     /** Ends a HyperKey recording still running. */
     ~GeneralSettingsTab() override;
 

@@ -24,11 +24,12 @@ constexpr QSize preferredSize { 600, 720 };
 } // namespace
 
 SettingsWindow::SettingsWindow(SettingsStore& settings, KeyboardMonitor* monitor, HotkeyManager* hotkeys,
-    QWidget* parent)
+    UpdaterManager* updater, QWidget* parent)
     : QWidget(parent, Qt::Window)
     , m_settings(settings)
     , m_monitor(monitor)
     , m_hotkeys(hotkeys)
+    , m_updater(updater)
     , m_files(std::make_unique<QtThemeFileAccess>(this))
 {
     setWindowTitle(tr("Ordalis Settings"));
@@ -60,7 +61,7 @@ void SettingsWindow::buildContent()
     styling->setObjectName(u"styling"_s);
     m_tabs->addTab(styling, tr("Styling"));
     auto* general = new GeneralSettingsTab(
-        m_settings, m_monitor.data(), GeneralSettingsTab::restarting(m_hotkeys.data()), UpdaterManager::shared(),
+        m_settings, m_monitor.data(), GeneralSettingsTab::restarting(m_hotkeys.data()), m_updater.data(),
         m_tabs);
     general->setObjectName(u"general"_s);
     m_tabs->addTab(general, tr("General"));

@@ -13,6 +13,7 @@ class KeyboardMonitor;
 class QtThemeFileAccess;
 class SettingsStore;
 class StylingSettingsTab;
+class UpdaterManager;
 
 /**
  * The settings window: the "Styling" and "General" tabs. It is an ordinary titled window, so it has a task-bar
@@ -29,9 +30,12 @@ class SettingsWindow final : public QWidget
     Q_DISABLE_COPY_MOVE(SettingsWindow)
 
 public:
-    /** `settings` must outlive the window; `monitor` and `hotkeys` may be null (no HyperKey recording, no restart). */
+    /**
+     * `settings` must outlive the window; `monitor` and `hotkeys` may be null (no HyperKey recording, no restart),
+     * and so may `updater` (a build without an update feed).
+     */
     SettingsWindow(SettingsStore& settings, KeyboardMonitor* monitor, HotkeyManager* hotkeys,
-        QWidget* parent = nullptr);
+        UpdaterManager* updater = nullptr, QWidget* parent = nullptr);
     ~SettingsWindow() override;
 
     /** Shows the window (restored if minimised, with fresh content if it was closed), raises it and focuses it. */
@@ -52,6 +56,7 @@ private:
     SettingsStore& m_settings;
     QPointer<KeyboardMonitor> m_monitor;
     QPointer<HotkeyManager> m_hotkeys;
+    QPointer<UpdaterManager> m_updater;
     std::unique_ptr<QtThemeFileAccess> m_files;
     QPointer<QTabWidget> m_tabs;
 };
