@@ -74,7 +74,7 @@ set(CPACK_PACKAGE_NAME ordalis)
 set(CPACK_PACKAGE_VENDOR "Quiet Makers")
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_CONTACT "${ORDALIS_PACKAGE_MAINTAINER}")
-set(CPACK_PACKAGE_HOMEPAGE_URL "${ORDALIS_HOMEPAGE}")
+set(CPACK_PACKAGE_HOMEPAGE_URL "${ORDALIS_HOMEPAGE_URL}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "shows the keys you press on an on-screen keyboard")
 # Debian shows the long description as it is, so it is wrapped here.
 set(CPACK_PACKAGE_DESCRIPTION [=[Ordalis floats a picture of a laptop keyboard on the screen and lights up each
@@ -93,7 +93,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${ORDALIS_PACKAGE_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${ORDALIS_HOMEPAGE}")
+set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${ORDALIS_HOMEPAGE_URL}")
 # Depends comes from the libraries the binary links (Qt 6, libevdev, PipeWire, xcb), through dpkg-shlibdeps,
 # after pkexec: on Wayland Ordalis reads the keyboards through ordalis-keyhelper, which it starts with pkexec.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

@@ -5,8 +5,15 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
-scripts/build.sh release
 build=build/release
+# A packaged program is updated by apt: the package is built without an update feed, whatever an earlier configure
+# of the release preset left in its cache (scripts/build.sh keeps the cached value).
+cmake --preset release -DORDALIS_UPDATE_FEED_URL= >/dev/null
+scripts/build.sh release
+if ! grep -qx 'ORDALIS_UPDATE_FEED_URL:STRING=' "$build/CMakeCache.txt"; then
+    echo "package: the release build has an update feed; a Debian package must not update itself" >&2
+    exit 1
+fi
 log=$build/cpack.log
 if ! cpack --config "$build/CPackConfig.cmake" -B "$build" >"$log" 2>&1; then
     cat "$log" >&2

@@ -180,6 +180,7 @@ AppDelegate& TestCoordinator::start(bool trayAvailable)
     environment.backend = m_backend.get();
     environment.recordingSource = std::make_unique<FakeRecording>(m_recording);
     environment.trayAvailable = trayAvailable;
+    environment.updateFeed = QUrl(u"https://updates.invalid/feed.json"_s);
     m_app = std::make_unique<AppDelegate>(*m_settings, *m_clock, std::move(environment));
     m_app->start();
     return *m_app;
@@ -481,16 +482,14 @@ void TestCoordinator::shortcutsAreHeldBackOnlyWhileHovered()
 void TestCoordinator::shutdownStopsEverything()
 {
     AppDelegate& app = start();
-    QCOMPARE(AppDelegate::shared(), &app);
-    QVERIFY(UpdaterManager::shared());
+    QVERIFY(app.updater());
     QVERIFY(m_backend->running);
 
     app.shutdown();
     QVERIFY(!m_backend->running);
     QVERIFY(!app.privacyMonitor().isRunning());
     QVERIFY(!app.hotkeys().isStarted());
-    QVERIFY(!AppDelegate::shared());
-    QVERIFY(!UpdaterManager::shared());
+    QVERIFY(!app.updater());
     // The recording check has stopped too.
     m_recording = true;
     m_clock->advance(10.0);
@@ -533,8 +532,7 @@ void TestCoordinator::settingsWindowIsAnOrdinaryWindow()
 
 void TestCoordinator::updateResultsShownWhenWorthIt()
 {
-    start();
-    UpdaterManager* updater = UpdaterManager::shared();
+    UpdaterManager* updater = start().updater();
     QVERIFY(updater);
 
     // An automatic check speaks up only for a newer version.

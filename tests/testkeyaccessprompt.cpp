@@ -10,6 +10,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <memory>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -22,15 +24,15 @@ class FakeNotifications final : public QObject
 
 public:
     QStringList capabilities;
-
+    // What was shown and closed, read by the test's thread.
     QStringList actionsShown() const
     {
-        QMutexLocker lock(&m_mutex);
+        const QMutexLocker lock(&m_mutex);
         return m_actions;
     }
     QList<uint> closed() const
     {
-        QMutexLocker lock(&m_mutex);
+        const QMutexLocker lock(&m_mutex);
         return m_closed;
     }
 
@@ -45,7 +47,7 @@ public slots:
     }
     void CloseNotification(uint id)
     {
-        QMutexLocker lock(&m_mutex);
+        const QMutexLocker lock(&m_mutex);
         m_closed.append(id);
     }
 
@@ -77,6 +79,23 @@ private slots:
     void notificationWithTheButton();
 
 private:
+    /** Puts `server` on the bus, answering from its own thread; the returned guard takes it down again. */
+    std::shared_ptr<void> serve(FakeNotifications& server, QDBusConnection& connection)
+    {
+        server.moveToThread(&m_serverThread);
+        const bool registered = connection.registerObject(u"/org/freedesktop/Notifications"_s, &server,
+                                    QDBusConnection::ExportAllSlots)
+            && connection.registerService(u"org.freedesktop.Notifications"_s);
+        if (!registered)
+            qFatal("the fake notification service could not be registered");
+        return std::shared_ptr<void>(nullptr, [&server, connection](void*) mutable {
+            connection.unregisterService(u"org.freedesktop.Notifications"_s);
+            connection.unregisterObject(u"/org/freedesktop/Notifications"_s);
+            QMetaObject::invokeMethod(&server, [&server] { server.moveToThread(QApplication::instance()->thread()); },
+                Qt::BlockingQueuedConnection);
+        });
+    }
+
     DBusTest::PrivateBus m_bus;
     QThread m_serverThread;
 };
@@ -101,21 +120,15 @@ void TestKeyAccessPrompt::windowWithoutNotificationButtons()
     // No notification service at all, then one that cannot show buttons: the request is a window.
     for (bool withServer : { false, true }) {
         FakeNotifications server;
+        server.capabilities = { u"body"_s };
         QDBusConnection connection = m_bus.connect();
-        if (withServer) {
-            server.capabilities = { u"body"_s };
-            server.moveToThread(&m_serverThread);
-            QVERIFY(connection.registerObject(u"/org/freedesktop/Notifications"_s, &server,
-                QDBusConnection::ExportAllSlots));
-            QVERIFY(connection.registerService(u"org.freedesktop.Notifications"_s));
-        }
+        const std::shared_ptr<void> served = withServer ? serve(server, connection) : nullptr;
 
         KeyAccessPrompt prompt;
         QSignalSpy accepted(&prompt, &KeyAccessPrompt::accepted);
         prompt.show(u"Title"_s, u"Why"_s);
-        QVERIFY(prompt.window());
+        QVERIFY(prompt.window() && prompt.window()->isVisible());
         QCOMPARE(prompt.notificationId(), 0u);
-        QVERIFY(prompt.window()->isVisible());
         QCOMPARE(prompt.window()->informativeText(), u"Why"_s);
         QPushButton* allow = allowButton(prompt.window());
         QVERIFY(allow);
@@ -123,13 +136,6 @@ void TestKeyAccessPrompt::windowWithoutNotificationButtons()
         allow->click();
         QCOMPARE(accepted.size(), 1);
         QTRY_VERIFY(!prompt.window());
-
-        if (withServer) {
-            connection.unregisterService(u"org.freedesktop.Notifications"_s);
-            connection.unregisterObject(u"/org/freedesktop/Notifications"_s);
-            QMetaObject::invokeMethod(&server, [&server] { server.moveToThread(QApplication::instance()->thread()); },
-                Qt::BlockingQueuedConnection);
-        }
     }
 }
 
@@ -137,11 +143,8 @@ void TestKeyAccessPrompt::notificationWithTheButton()
 {
     FakeNotifications server;
     server.capabilities = { u"body"_s, u"actions"_s };
-    server.moveToThread(&m_serverThread);
     QDBusConnection connection = m_bus.connect();
-    QVERIFY(connection.registerObject(
-        u"/org/freedesktop/Notifications"_s, &server, QDBusConnection::ExportAllSlots));
-    QVERIFY(connection.registerService(u"org.freedesktop.Notifications"_s));
+    const std::shared_ptr<void> served = serve(server, connection);
 
     KeyAccessPrompt prompt;
     QSignalSpy accepted(&prompt, &KeyAccessPrompt::accepted);
@@ -166,8 +169,6 @@ void TestKeyAccessPrompt::notificationWithTheButton()
     prompt.show(u"Title"_s, u"Why"_s);
     prompt.close();
     QTRY_COMPARE(server.closed(), QList<uint> { 41 });
-    QMetaObject::invokeMethod(
-        &server, [&server] { server.moveToThread(QApplication::instance()->thread()); }, Qt::BlockingQueuedConnection);
 }
 
 QTEST_MAIN(TestKeyAccessPrompt)

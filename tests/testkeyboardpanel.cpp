@@ -434,7 +434,7 @@ void TestKeyboardPanel::contextMenu()
     const auto themes = [](const QString& checked) {
         QStringList texts;
         for (const NamedTheme& theme : builtInThemes())
-            texts << (theme.name == checked ? u"[x] "_s : u"[ ] "_s) + theme.name;
+            texts << (theme.name == checked ? u"[x] "_s : QString()) + theme.name;
         return texts;
     };
 

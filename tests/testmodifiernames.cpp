@@ -24,8 +24,7 @@ void TestModifierNames::names_data()
     QTest::newRow("generic bits alone count as the left keys") << quint64(0x1E0000) << u"lshift, lctrl, lalt, lcmd"_s;
     QTest::newRow("a generic bit with its right side bit is only the right key")
         << quint64(0x20004 | 0x42000 | 0x80040 | 0x100010) << u"rshift, rctrl, ralt, rcmd"_s;
-    QTest::newRow("left side bits without generic bits")
-        << quint64(0x2 | 0x1 | 0x20 | 0x8) << u"lshift, lctrl, lalt, lcmd"_s;
+    QTest::newRow("left side bits without generic bits") << quint64(0x2B) << u"lshift, lctrl, lalt, lcmd"_s;
     QTest::newRow("both sides of one modifier") << quint64(0x100018) << u"lcmd, rcmd"_s;
     QTest::newRow("left side bit and right side bit with the generic bit") << quint64(0x20006) << u"lshift, rshift"_s;
     QTest::newRow("fn") << quint64(0x800000) << u"fn"_s;

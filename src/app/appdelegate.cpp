@@ -6,6 +6,7 @@
 #include "input/recordingsources.h"
 #include "base/settingkeys.h"
 #include "base/settingsstore.h"
+#include "ui/appconfig.h"
 #include "ui/updatermanager.h"
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
@@ -27,12 +28,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-AppDelegate* sharedDelegate = nullptr;
-
-} // namespace
-
 AppDelegate::AppDelegate(SettingsStore& settings, Clock& clock, Environment environment, QObject* parent)
     : QObject(parent)
     , m_settings(settings)
@@ -42,6 +37,7 @@ AppDelegate::AppDelegate(SettingsStore& settings, Clock& clock, Environment envi
     , m_hotkeys(std::make_unique<HotkeyManager>(*m_monitor, settings, clock))
     , m_privacy(std::make_unique<PrivacyMonitor>(clock, std::move(environment.recordingSource)))
     , m_trayAvailable(environment.trayAvailable.value_or(MenuBarView::isTrayAvailable()))
+    , m_updateFeed(environment.updateFeed.value_or(AppConfig::updateFeedUrl()))
 {
     m_monitor->attach(m_backend);
     connect(&m_settings, &SettingsStore::valueChanged, this, [this](const QString& name) {
@@ -67,11 +63,6 @@ AppDelegate::~AppDelegate()
     m_menuBar.reset();
 }
 
-AppDelegate* AppDelegate::shared()
-{
-    return sharedDelegate;
-}
-
 QWidget* AppDelegate::settingsWindow() const
 {
     return m_settingsWindow.get();
@@ -83,10 +74,11 @@ void AppDelegate::start()
         return;
     m_started = true;
 
-    sharedDelegate = this;
     m_launchAtLogin = std::make_unique<LaunchAtLogin>(m_settings);
-    UpdaterManager::setSharedContext(&m_settings, &m_clock);
-    if (UpdaterManager* updater = UpdaterManager::shared()) {
+    // Without a feed the package manager brings updates: no updater, and nothing in the menus asks for one.
+    if (!m_updateFeed.isEmpty()) {
+        m_updater = std::make_unique<UpdaterManager>(m_settings, m_clock, UpdaterEnvironment { m_updateFeed, {}, {} });
+        UpdaterManager* updater = m_updater.get();
         connect(updater, &UpdaterManager::updateAvailable, this,
             [this](const QString& version, const QUrl& notes, const QUrl& download, bool) {
                 onUpdateAvailable(version, notes, download);
@@ -95,7 +87,9 @@ void AppDelegate::start()
         connect(updater, &UpdaterManager::failed, this, &AppDelegate::onUpdateFailed);
     }
 
-    m_menuBar = std::make_unique<MenuBarView>(m_settings, *this);
+    MenuBarView::Links links = MenuBarView::Links::fromBuild();
+    links.updateFeed = m_updateFeed;
+    m_menuBar = std::make_unique<MenuBarView>(m_settings, *this, links);
     m_menuBar->show();
     if (!m_trayAvailable)
         std::fprintf(stderr,
@@ -134,10 +128,8 @@ void AppDelegate::shutdown()
     m_accessPrompt.reset();
 
     if (m_started) {
-        UpdaterManager::setSharedContext(nullptr, nullptr);
+        m_updater.reset();
     }
-    if (sharedDelegate == this)
-        sharedDelegate = nullptr;
 }
 
 void AppDelegate::checkAccess()
@@ -384,7 +376,7 @@ void AppDelegate::refreshMenu()
 void AppDelegate::openSettings()
 {
     if (!m_settingsWindow)
-        m_settingsWindow = std::make_unique<SettingsWindow>(m_settings, m_monitor.get(), m_hotkeys.get());
+        m_settingsWindow = std::make_unique<SettingsWindow>(m_settings, m_monitor.get(), m_updater.get());
     m_settingsWindow->bringToFront();
     // Some window managers refuse the first activation of a window that was not asked for with a click.
     QPointer<QWidget> window = m_settingsWindow.get();
@@ -396,8 +388,8 @@ void AppDelegate::openSettings()
 
 void AppDelegate::checkForUpdates()
 {
-    if (UpdaterManager* updater = UpdaterManager::shared())
-        updater->checkForUpdates(true);
+    if (m_updater)
+        m_updater->checkForUpdates(true);
 }
 
 void AppDelegate::quit()

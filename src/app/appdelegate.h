@@ -9,6 +9,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QUrl>
 
 #include <memory>
 #include <optional>
@@ -25,6 +26,7 @@ class QMessageBox;
 class QUrl;
 class SettingsStore;
 class SettingsWindow;
+class UpdaterManager;
 
 /**
  * The coordinator of the running program. start() brings the pieces up in order: the tray item, key capture once
@@ -61,14 +63,14 @@ public:
         std::unique_ptr<RecordingSource> recordingSource;
         /** Whether a tray can show the item; unset asks the desktop. */
         std::optional<bool> trayAvailable;
+        /** The update feed; unset means the build's (AppConfig::updateFeedUrl()). Empty: no updater. */
+        std::optional<QUrl> updateFeed;
     };
 
     AppDelegate(SettingsStore& settings, Clock& clock, Environment environment, QObject* parent = nullptr);
     /** Runs shutdown() if it has not run. */
     ~AppDelegate() override;
 
-    /** The running coordinator between start() and shutdown(); nullptr otherwise. */
-    static AppDelegate* shared();
 
     /** The start-up sequence. Call once. */
     void start();
@@ -79,6 +81,8 @@ public:
     KeyboardMonitor& keyboardMonitor() const { return *m_monitor; }
     HotkeyManager& hotkeys() const { return *m_hotkeys; }
     PrivacyMonitor& privacyMonitor() const { return *m_privacy; }
+    /** The updater between start() and shutdown(); always nullptr without an update feed. */
+    UpdaterManager* updater() const { return m_updater.get(); }
     /** The tray item; nullptr before start(). */
     MenuBarView* menuBarView() const { return m_menuBar.get(); }
     /** nullptr until the keyboard was first shown. */
@@ -167,6 +171,7 @@ private:
     std::unique_ptr<HotkeyManager> m_hotkeys;
     std::unique_ptr<PrivacyMonitor> m_privacy;
     std::unique_ptr<LaunchAtLogin> m_launchAtLogin;
+    std::unique_ptr<UpdaterManager> m_updater;
     std::unique_ptr<MenuBarView> m_menuBar;
     // After everything the panel and the window use, so that they go first.
     std::unique_ptr<KeyboardPanel> m_panel;
@@ -177,6 +182,7 @@ private:
     InputBackend::Source m_keySource = InputBackend::Source::none;
 
     bool m_trayAvailable = false;
+    QUrl m_updateFeed;
     bool m_started = false;
     bool m_shutDown = false;
     bool m_monitoring = false;

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "panel/keyboardcontentview.h"
 
-#include "base/settingkeys.h"
-#include "theme/themesettings.h"
 #include "base/settingsstore.h"
 #include "input/keyboardmonitor.h"
 #include "input/latencyprobe.h"
@@ -10,7 +8,7 @@
 #include "panel/keyboardpanel.h"
 #include "panel/panelactions.h"
 #include "panel/resizehandle.h"
-#include "theme/themelibrary.h"
+#include "panel/thememenu.h"
 
 #include <QContextMenuEvent>
 #include <QGuiApplication>
@@ -101,25 +99,7 @@ void KeyboardContentView::populateContextMenu(QMenu& menu)
 
     menu.addSeparator();
 
-    const QString activeName = m_settings.value(SettingKeys::activeThemeName());
-    const ThemeConfig active = m_settings.value(SettingKeys::activeThemeConfig());
-    const QList<NamedTheme> saved = m_settings.value(SettingKeys::savedThemes());
-    QMenu* themes = menu.addMenu(tr("Theme: ") + activeName);
-    for (const NamedTheme& theme : saved) {
-        QAction* choice = themes->addAction(theme.name);
-        choice->setCheckable(true);
-        choice->setChecked(theme.name == activeName);
-        connect(choice, &QAction::triggered, this,
-            [this, theme] { ThemeLibrary::chooseThemeFromMenu(m_settings, theme); });
-    }
-    if (ThemeLibrary::isCurrentConfigUnsaved(active, saved)) {
-        themes->addSeparator();
-        QAction* current = themes->addAction(ThemeLibrary::currentUnsavedText());
-        current->setCheckable(true);
-        current->setChecked(true);
-        // It only tells; there is nothing to choose.
-        current->setEnabled(false);
-    }
+    ThemeMenu::addTo(menu, m_settings);
 
     menu.addSeparator();
 

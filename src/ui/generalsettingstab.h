@@ -36,10 +36,10 @@ class GeneralSettingsTab final : public QScrollArea
 public:
     /**
      * `settings` must outlive the tab. `monitor` records the HyperKey combination (none disables recording).
-     * `updater` serves the Updates section.
+     * `updater` serves the Updates section; none in a build without an update feed.
      */
-    GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor* monitor,
-        UpdaterManager* updater = UpdaterManager::shared(), QWidget* parent = nullptr);
+    GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor* monitor, UpdaterManager* updater,
+        QWidget* parent = nullptr);
     /** Ends a HyperKey recording still running. */
     ~GeneralSettingsTab() override;
 

@@ -3,11 +3,11 @@
 
 #include "ui/appconfig.h"
 #include "base/settingkeys.h"
-#include "theme/themesettings.h"
 #include "base/settingsstore.h"
 #include "input/triggermodifier.h"
 #include "keyboard/symbolicons.h"
-#include "theme/themelibrary.h"
+#include "panel/thememenu.h"
+#include "theme/themesettings.h"
 #include "ui/menubaractions.h"
 
 #include <QCoreApplication>
@@ -70,10 +70,16 @@ bool isShownKey(const QString& name)
 
 } // namespace
 
-MenuBarView::MenuBarView(SettingsStore& settings, MenuBarActions& actions, QObject* parent)
+MenuBarView::Links MenuBarView::Links::fromBuild()
+{
+    return Links { AppConfig::contactUrl(), AppConfig::privacyPolicyUrl(), AppConfig::updateFeedUrl() };
+}
+
+MenuBarView::MenuBarView(SettingsStore& settings, MenuBarActions& actions, Links links, QObject* parent)
     : QObject(parent)
     , m_settings(settings)
     , m_actions(actions)
+    , m_links(std::move(links))
     , m_menu(std::make_unique<QMenu>())
     , m_trayIcon(new QSystemTrayIcon(this))
 {
@@ -153,10 +159,10 @@ QString MenuBarView::versionText()
     return version.isEmpty() ? u"?"_s : version;
 }
 
-QUrl MenuBarView::contactUrl()
+QUrl MenuBarView::contactUrl(const QUrl& page)
 {
-    QUrl url = AppConfig::contactUrl();
-    if (!url.isValid())
+    QUrl url = page;
+    if (!url.isValid() || url.isEmpty())
         return {};
     QUrlQuery query(url);
     query.addQueryItem(u"app"_s, applicationName());
@@ -269,38 +275,13 @@ void MenuBarView::addHotkeyMenu()
 void MenuBarView::chooseTrigger(TriggerModifier trigger)
 {
     m_settings.setValue(SettingKeys::triggerModifier(), trigger);
-    emit triggerModifierChanged();
     // Choosing the current trigger again changes no setting, but the click unchecked its item.
     rebuild();
 }
 
 void MenuBarView::addThemeMenu()
 {
-    const QString activeName = m_settings.value(SettingKeys::activeThemeName());
-    const ThemeConfig active = m_settings.value(SettingKeys::activeThemeConfig());
-    const QList<NamedTheme> saved = m_settings.value(SettingKeys::savedThemes());
-
-    QMenu* themes = m_menu->addMenu(tr("Theme: %1").arg(activeName));
-    // The checkmark follows the name; several entries may share it.
-    for (const NamedTheme& theme : saved) {
-        QAction* choice = themes->addAction(theme.name);
-        if (theme.name == activeName) {
-            choice->setCheckable(true);
-            choice->setChecked(true);
-        }
-        connect(choice, &QAction::triggered, this, [this, theme] {
-            ThemeLibrary::chooseThemeFromMenu(m_settings, theme);
-            rebuild();
-        });
-    }
-    // "Current (unsaved)" follows the configuration, so it can be checked beside a named entry.
-    if (ThemeLibrary::isCurrentConfigUnsaved(active, saved)) {
-        themes->addSeparator();
-        QAction* current = themes->addAction(ThemeLibrary::currentUnsavedText());
-        current->setCheckable(true);
-        current->setChecked(true);
-        current->setEnabled(false);
-    }
+    ThemeMenu::addTo(*m_menu, m_settings, [this] { rebuild(); });
 }
 
 void MenuBarView::addAboutMenu()
@@ -311,14 +292,21 @@ void MenuBarView::addAboutMenu()
     QAction* version = about->addAction(tr("Version: %1").arg(versionText()));
     version->setEnabled(false);
 
-    QAction* updates = about->addAction(tr("Check for Updates..."));
-    connect(updates, &QAction::triggered, this, [this] { m_actions.checkForUpdates(); });
+    // Without a feed the package manager brings updates.
+    if (!m_links.updateFeed.isEmpty()) {
+        QAction* updates = about->addAction(tr("Check for Updates..."));
+        connect(updates, &QAction::triggered, this, [this] { m_actions.checkForUpdates(); });
+    }
 
+    const QUrl contact = contactUrl(m_links.contact);
+    const QUrl privacy = m_links.privacyPolicy;
+    if (contact.isEmpty() && privacy.isEmpty())
+        return;
     about->addSeparator();
-
-    QAction* contact = about->addAction(tr("Contact the developer"));
-    connect(contact, &QAction::triggered, this, [this] { openUrl(contactUrl()); });
-
-    QAction* privacy = about->addAction(tr("Privacy policy"));
-    connect(privacy, &QAction::triggered, this, [this] { openUrl(AppConfig::privacyPolicyUrl()); });
+    if (!contact.isEmpty())
+        connect(about->addAction(tr("Contact the developer")), &QAction::triggered, this,
+            [this, contact] { openUrl(contact); });
+    if (!privacy.isEmpty())
+        connect(about->addAction(tr("Privacy policy")), &QAction::triggered, this,
+            [this, privacy] { openUrl(privacy); });
 }

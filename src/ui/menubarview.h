@@ -28,12 +28,11 @@ class SettingsStore;
  *   Launch at Login                           (toggle)
  *   ----
  *   Hotkey: Triple-tap <trigger>   > Enabled (toggle), ----, one item per trigger modifier, the current one checked
- *   Theme: <active theme name>     > the saved themes, those named like the active one checked;
- *                                    ----, "Current (unsaved)" while no saved theme has the active configuration
+ *   Theme: <active theme name>     > see ThemeMenu
  *   ----
  *   Settings…                                 Ctrl+,
- *   About                          > Version: <version> (dimmed), Check for Updates..., ----,
- *                                    Contact the developer, Privacy policy
+ *   About                          > Version: <version> (dimmed), Check for Updates... (with an update feed),
+ *                                    ----, Contact the developer, Privacy policy (each with its address)
  *   ----
  *   Quit Ordalis                              Ctrl+Q
  *
@@ -48,8 +47,21 @@ class MenuBarView final : public QObject
     Q_DISABLE_COPY_MOVE(MenuBarView)
 
 public:
+    /** The addresses the About submenu offers; an empty one leaves its item out. */
+    struct Links
+    {
+        QUrl contact;
+        QUrl privacyPolicy;
+        /** Without a feed there is no "Check for Updates...". */
+        QUrl updateFeed;
+
+        /** The addresses this build was made with (AppConfig). */
+        static Links fromBuild();
+    };
+
     /** `settings` and `actions` must outlive the view. The tray icon stays hidden until show(). */
-    MenuBarView(SettingsStore& settings, MenuBarActions& actions, QObject* parent = nullptr);
+    MenuBarView(SettingsStore& settings, MenuBarActions& actions, Links links = Links::fromBuild(),
+        QObject* parent = nullptr);
     ~MenuBarView() override;
 
     /** The tray menu. */
@@ -70,16 +82,12 @@ public:
     /** The access line for `source`: "Keys: X11", …, "Keys: no access — Allow…" (`canAllow`) or "Keys: no access". */
     static QString keySourceText(InputBackend::Source source, bool canAllow);
 
-    /** The contact page with the query item "app" set to applicationName(); empty if that cannot be formed. */
-    static QUrl contactUrl();
+    /** `page` with the query item "app" set to applicationName(); empty if that cannot be formed. */
+    static QUrl contactUrl(const QUrl& page);
 
     /** Opens web pages (the default browser unless replaced); tests put a recorder here. */
     using UrlOpener = std::function<void(const QUrl&)>;
     void setUrlOpener(UrlOpener opener);
-
-signals:
-    /** The Hotkey submenu stored another trigger modifier; the gesture recogniser needs a restart. */
-    void triggerModifierChanged();
 
 private:
     void rebuild();
@@ -91,6 +99,7 @@ private:
 
     SettingsStore& m_settings;
     MenuBarActions& m_actions;
+    Links m_links;
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon* m_trayIcon = nullptr;
     UrlOpener m_urlOpener;

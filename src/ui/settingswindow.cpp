@@ -23,12 +23,12 @@ constexpr QSize preferredSize { 600, 720 };
 
 } // namespace
 
-SettingsWindow::SettingsWindow(SettingsStore& settings, KeyboardMonitor* monitor, HotkeyManager* hotkeys,
-    QWidget* parent)
+SettingsWindow::SettingsWindow(
+    SettingsStore& settings, KeyboardMonitor* monitor, UpdaterManager* updater, QWidget* parent)
     : QWidget(parent, Qt::Window)
     , m_settings(settings)
     , m_monitor(monitor)
-    , m_hotkeys(hotkeys)
+    , m_updater(updater)
     , m_files(std::make_unique<QtThemeFileAccess>(this))
 {
     setWindowTitle(tr("Ordalis Settings"));
@@ -59,7 +59,7 @@ void SettingsWindow::buildContent()
     auto* styling = new StylingSettingsTab(m_settings, *m_files, m_tabs);
     styling->setObjectName(u"styling"_s);
     m_tabs->addTab(styling, tr("Styling"));
-    auto* general = new GeneralSettingsTab(m_settings, m_monitor.data(), UpdaterManager::shared(), m_tabs);
+    auto* general = new GeneralSettingsTab(m_settings, m_monitor.data(), m_updater.data(), m_tabs);
     general->setObjectName(u"general"_s);
     m_tabs->addTab(general, tr("General"));
     m_tabs->setCurrentIndex(0);

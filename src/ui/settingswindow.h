@@ -8,11 +8,11 @@
 #include <memory>
 
 class GeneralSettingsTab;
-class HotkeyManager;
 class KeyboardMonitor;
 class QtThemeFileAccess;
 class SettingsStore;
 class StylingSettingsTab;
+class UpdaterManager;
 
 /**
  * The settings window: the "Styling" and "General" tabs. It is an ordinary titled window, so it has a task-bar
@@ -29,8 +29,11 @@ class SettingsWindow final : public QWidget
     Q_DISABLE_COPY_MOVE(SettingsWindow)
 
 public:
-    /** `settings` must outlive the window; `monitor` and `hotkeys` may be null (no HyperKey recording, no restart). */
-    SettingsWindow(SettingsStore& settings, KeyboardMonitor* monitor, HotkeyManager* hotkeys,
+    /**
+     * `settings` must outlive the window; `monitor` may be null (no HyperKey recording), and so may `updater` (a
+     * build without an update feed).
+     */
+    SettingsWindow(SettingsStore& settings, KeyboardMonitor* monitor, UpdaterManager* updater = nullptr,
         QWidget* parent = nullptr);
     ~SettingsWindow() override;
 
@@ -51,7 +54,7 @@ private:
 
     SettingsStore& m_settings;
     QPointer<KeyboardMonitor> m_monitor;
-    QPointer<HotkeyManager> m_hotkeys;
+    QPointer<UpdaterManager> m_updater;
     std::unique_ptr<QtThemeFileAccess> m_files;
     QPointer<QTabWidget> m_tabs;
 };

@@ -67,10 +67,6 @@ UpdateCheckInterval fromSeconds(double seconds)
 
 namespace {
 
-UpdaterManager* s_shared = nullptr;
-SettingsStore* s_sharedSettings = nullptr;
-Clock* s_sharedClock = nullptr;
-
 QString timedOutMessage()
 {
     return u"The update server did not answer in time."_s;
@@ -91,6 +87,11 @@ QString unreadableMessage()
     return u"The update information could not be read."_s;
 }
 
+QString noFeedMessage()
+{
+    return u"This copy of Ordalis is updated by its package manager."_s;
+}
+
 QString unknownVersionMessage()
 {
     return u"The version of this copy of Ordalis is unknown."_s;
@@ -102,7 +103,7 @@ UpdaterManager::UpdaterManager(SettingsStore& settings, Clock& clock, UpdaterEnv
     : QObject(parent)
     , m_settings(settings)
     , m_clock(clock)
-    , m_feedUrl(environment.feedUrl.isEmpty() ? AppConfig::updateFeedUrl() : environment.feedUrl)
+    , m_feedUrl(environment.feedUrl.value_or(AppConfig::updateFeedUrl()))
     , m_currentVersion(
           environment.currentVersion.isEmpty() ? QCoreApplication::applicationVersion() : environment.currentVersion)
     , m_wallClock(environment.wallClock ? std::move(environment.wallClock)
@@ -118,32 +119,17 @@ UpdaterManager::~UpdaterManager()
 {
     endCheck();
     m_clock.cancel(m_automaticJob);
-    if (s_shared == this)
-        s_shared = nullptr;
-}
-
-UpdaterManager* UpdaterManager::shared()
-{
-    if (!s_shared && s_sharedSettings && s_sharedClock)
-        s_shared = new UpdaterManager(*s_sharedSettings, *s_sharedClock);
-    return s_shared;
-}
-
-void UpdaterManager::setSharedContext(SettingsStore* settings, Clock* clock)
-{
-    const bool complete = settings && clock;
-    if (!complete) {
-        delete s_shared;
-        s_shared = nullptr;
-    }
-    s_sharedSettings = complete ? settings : nullptr;
-    s_sharedClock = complete ? clock : nullptr;
 }
 
 void UpdaterManager::checkForUpdates(bool userInitiated)
 {
     if (m_reply) {
         m_userInitiated = m_userInitiated || userInitiated;
+        return;
+    }
+    if (m_feedUrl.isEmpty()) {
+        QMetaObject::invokeMethod(
+            this, [this, userInitiated] { emit failed(noFeedMessage(), userInitiated); }, Qt::QueuedConnection);
         return;
     }
     m_userInitiated = userInitiated;
@@ -203,7 +189,7 @@ void UpdaterManager::scheduleAutomaticCheck()
 {
     m_clock.cancel(m_automaticJob);
     m_automaticJob = 0;
-    if (!automaticallyChecksForUpdates())
+    if (!automaticallyChecksForUpdates() || m_feedUrl.isEmpty())
         return;
 
     const double interval = UpdateCheckIntervals::seconds(updateCheckInterval());

@@ -44,8 +44,8 @@ UpdateCheckInterval fromSeconds(double seconds);
 /** What an UpdaterManager needs from the world besides settings and time; tests replace it. */
 struct UpdaterEnvironment
 {
-    /** Where the feed is fetched; empty means AppConfig::updateFeedUrl(). */
-    QUrl feedUrl;
+    /** Where the feed is fetched; unset means AppConfig::updateFeedUrl(). Without a feed nothing is ever fetched. */
+    std::optional<QUrl> feedUrl;
     /** The running version; empty means QCoreApplication::applicationVersion(). */
     QString currentVersion;
     /** Seconds since 1970-01-01 UTC, for the last check time kept across restarts; unset means the system's. */
@@ -81,19 +81,9 @@ public:
     ~UpdaterManager() override;
 
     /**
-     * The process-wide instance, made by the first call with the settings and clock given to setSharedContext();
-     * nullptr while there is no context.
-     */
-    static UpdaterManager* shared();
-    /**
-     * What the shared instance is made with. Giving nullptr for either destroys the instance, if made, and makes
-     * none until a context is given again; the application does so before its settings and clock go.
-     */
-    static void setSharedContext(SettingsStore* settings, Clock* clock);
-
-    /**
      * Starts a check, unless one is running: then the running one counts as asked by the user if this is.
-     * Exactly one of updateAvailable(), upToDate() and failed() follows, never before this returns.
+     * Exactly one of updateAvailable(), upToDate() and failed() follows, never before this returns. Without a feed
+     * nothing is fetched and failed() follows.
      */
     void checkForUpdates(bool userInitiated);
     bool isChecking() const;
@@ -103,7 +93,7 @@ public:
     UpdateCheckInterval updateCheckInterval() const;
     void setUpdateCheckInterval(UpdateCheckInterval interval);
 
-    /** Clock seconds at which the next automatic check runs; none while automatic checks are off. */
+    /** Clock seconds at which the next automatic check runs; none while automatic checks are off or without a feed. */
     std::optional<double> nextAutomaticCheck() const;
 
     QUrl feedUrl() const { return m_feedUrl; }

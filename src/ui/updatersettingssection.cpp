@@ -38,6 +38,14 @@ UpdaterSettingsSection::UpdaterSettingsSection(SettingsStore& settings, UpdaterM
     m_automatic->setContentsMargins(0, 2, 0, 2);
     addRow(m_automatic);
 
+    if (!updater) {
+        m_check->hide();
+        m_automatic->hide();
+        auto* note = new ToneLabel(packageManagerText(), ToneLabel::Tone::secondary);
+        note->setWordWrap(true);
+        addRow(note);
+    }
+
     connect(m_check, &QPushButton::clicked, this, [this] {
         if (m_updater)
             m_updater->checkForUpdates(true);
@@ -63,6 +71,11 @@ UpdaterSettingsSection::~UpdaterSettingsSection() = default;
 QString UpdaterSettingsSection::versionText(const QString& version)
 {
     return u"Version "_s + (version.isEmpty() ? u"?"_s : version);
+}
+
+QString UpdaterSettingsSection::packageManagerText()
+{
+    return u"Updates come from your package manager."_s;
 }
 
 void UpdaterSettingsSection::refresh()

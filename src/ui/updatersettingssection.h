@@ -17,16 +17,16 @@ class ToneLabel;
  * automatic checks with their interval, which can only be picked while automatic checks are on.
  *
  * The controls read and write the updater directly and follow its settings in `settings` when they change
- * elsewhere. Without an updater (none could be made) the version still shows and the controls are disabled.
+ * elsewhere. Without an updater (a build without an update feed) the version shows with packageManagerText()
+ * instead of the button, and the automatic-check controls are hidden.
  */
 class UpdaterSettingsSection final : public SettingsSection
 {
     Q_OBJECT
 
 public:
-    /** `settings` must outlive the section. The default updater is the shared one, made now if it is not yet. */
-    explicit UpdaterSettingsSection(
-        SettingsStore& settings, UpdaterManager* updater = UpdaterManager::shared(), QWidget* parent = nullptr);
+    /** `settings` must outlive the section; `updater` may be nullptr. */
+    UpdaterSettingsSection(SettingsStore& settings, UpdaterManager* updater, QWidget* parent = nullptr);
     ~UpdaterSettingsSection() override;
 
     ToneLabel* versionLabel() const { return m_version; }
@@ -36,6 +36,8 @@ public:
 
     /** "Version " and the version, "?" standing in for an unknown one. */
     static QString versionText(const QString& version);
+    /** What the section says in a build without an update feed. */
+    static QString packageManagerText();
 
 private:
     /** Shows what the updater holds now. */
