@@ -1,3 +1,3 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# Tests of the coordinator and the one-instance rule. Included from tests/CMakeLists.txt.
+# The coordinator with a scripted key source: start-up, gestures over the panel, recordings, the one-instance rule.
 ordalis_add_test(testcoordinator LIBS ordalis_app)

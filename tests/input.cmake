@@ -7,10 +7,6 @@ foreach(unit linuxkeymap keyeventprocessor evdevstream keyhelperbackend keyboard
 endforeach()
 ordalis_add_test(testscreencast LIBS ordalis_input PkgConfig::PIPEWIRE)
 
-# Starts its own Xvfb and types with xdotool; skips when either is missing.
-ordalis_add_test(testx11backend LIBS ordalis_input PkgConfig::XCB)
-set_tests_properties(testx11backend PROPERTIES TIMEOUT 180)
-
 # ordalis-keyhelper as Ordalis runs it, its test build reading named pipes that stand in for devices.
 ordalis_add_test(testkeyhelper LIBS ordalis_keyhelper_paths)
 target_include_directories(testkeyhelper PRIVATE "${CMAKE_BINARY_DIR}/include/input")

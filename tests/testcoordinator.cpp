@@ -1,26 +1,30 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The coordinator's start-up, its reaction to screen recordings, the settings window, update results, and the
-// one-instance rule.
+// The coordinator's start-up, the gestures over the panel, its reaction to screen recordings, the settings window,
+// update results, and the one-instance rule.
 #include "app/appdelegate.h"
+#include "app/singleinstance.h"
 #include "base/clock.h"
-#include "input/privacymonitor.h"
-#include "input/recordingsources.h"
 #include "base/settingkeys.h"
 #include "base/settingsstore.h"
-#include "app/singleinstance.h"
-#include "ui/updatermanager.h"
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
+#include "input/privacymonitor.h"
+#include "input/recordingsources.h"
+#include "input/triggermodifier.h"
+#include "panel/hovertrackingview.h"
+#include "panel/keyboardcontentview.h"
 #include "panel/keyboardpanel.h"
+#include "testsupport.h"
 #include "ui/keyaccessprompt.h"
 #include "ui/menubarview.h"
+#include "ui/updatermanager.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QMenu>
 #include <QMessageBox>
-#include <QAbstractButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTabWidget>
@@ -38,40 +42,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-class FakeBackend final : public InputBackend
-{
-public:
-    QString name() const override { return u"fake"_s; }
-    Access access() const override
-    {
-        ++accessChecks;
-        return state;
-    }
-    QString accessHelp() const override { return u"To allow it, run\n\n    sudo usermod -aG input $USER"_s; }
-    bool start() override
-    {
-        ++starts;
-        running = state == Access::granted;
-        return running;
-    }
-    void stop() override { running = false; }
-    bool capsLockOn() const override { return false; }
-    Source source() const override { return running ? Source::helper : Source::none; }
-    bool canRequestAccess() const override { return requestable && state != Access::granted; }
-    void requestAccess() override { ++requests; }
-    void setSwallowedShortcuts(bool escape, bool settingsShortcut) override
-    {
-        swallowed = { escape, settingsShortcut };
-    }
-
-    Access state = Access::granted;
-    std::pair<bool, bool> swallowed { false, false };
-    bool requestable = false;
-    int requests = 0;
-    mutable int accessChecks = 0;
-    int starts = 0;
-    bool running = false;
-};
+using FakeBackend = TestSupport::FakeInputBackend;
 
 class FakeRecording final : public RecordingSource
 {
@@ -122,16 +93,19 @@ private slots:
     void accessThatCannotComeIsNotPolled();
     void keyAccessIsRequestedOnceAndOnDemand();
     void shortcutsAreHeldBackOnlyWhileHovered();
+    void gesturesShowAndHide();
+    void singleTapOverThePanelAfterTheGrace();
     void anUnreadableSettingsFileIsExplainedOnce();
     void shutdownStopsEverything();
     void settingsWindowIsAnOrdinaryWindow();
     void updateResultsShownWhenWorthIt();
-    void secondInstanceAsksTheFirstToShow();
     void staleSocketIsReplaced();
 
 private:
     AppDelegate& start(bool trayAvailable = true);
     void restart(bool trayAvailable = true);
+    /** The trigger (left Option) pressed and released. */
+    void tapTrigger();
     /** The watcher's poll and the coordinator's check, as the clock runs them. */
     void check();
 
@@ -159,6 +133,8 @@ void TestCoordinator::init()
     m_settings = std::make_unique<SettingsStore>(m_dir->filePath(u"settings.json"_s));
     m_clock = std::make_unique<ManualClock>();
     m_backend = std::make_unique<FakeBackend>();
+    m_backend->help = u"To allow it, run\n\n    sudo usermod -aG input $USER"_s;
+    m_backend->sourceWhenRunning = InputBackend::Source::helper;
     m_recording = false;
     // Launch at login writes under the configuration folder; keep it in the test's own.
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_dir->filePath(u"config"_s)));
@@ -279,7 +255,7 @@ void TestCoordinator::recordingFollowsTheClock()
     QVERIFY(!app.settings().value(SettingKeys::keyboardVisible()));
 
     // Without access to the keys nothing is watched, so no recording is seen either.
-    m_backend->state = InputBackend::Access::denied;
+    m_backend->accessNow = InputBackend::Access::denied;
     restart();
     m_recording = true;
     m_clock->advance(10.0);
@@ -313,7 +289,7 @@ void TestCoordinator::visibilityAndTrayAtStart()
 void TestCoordinator::anUnreadableSettingsFileIsExplainedOnce()
 {
     // Found while the store is made, before the coordinator exists; said beside the access help, not instead.
-    m_backend->state = InputBackend::Access::denied;
+    m_backend->accessNow = InputBackend::Access::denied;
     const QString path = m_dir->filePath(u"settings.json"_s);
     m_settings.reset();
     QFile file(path);
@@ -353,7 +329,7 @@ void TestCoordinator::anUnreadableSettingsFileIsExplainedOnce()
 
 void TestCoordinator::accessIsAskedForUntilGranted()
 {
-    m_backend->state = InputBackend::Access::denied;
+    m_backend->accessNow = InputBackend::Access::denied;
     AppDelegate& app = start(false);
     QVERIFY(!app.isMonitoring());
     QCOMPARE(m_backend->starts, 0);
@@ -366,7 +342,7 @@ void TestCoordinator::accessIsAskedForUntilGranted()
     QCOMPARE(openMessages().size(), 1);
     QCOMPARE(m_backend->accessChecks, 4);
 
-    m_backend->state = InputBackend::Access::granted;
+    m_backend->accessNow = InputBackend::Access::granted;
     m_clock->advanceTo(4 * AppDelegate::accessPollInterval - 0.01);
     QVERIFY(!app.isMonitoring());
     m_clock->advanceTo(4 * AppDelegate::accessPollInterval);
@@ -383,7 +359,7 @@ void TestCoordinator::accessIsAskedForUntilGranted()
 
 void TestCoordinator::accessThatCannotComeIsNotPolled()
 {
-    m_backend->state = InputBackend::Access::unavailable;
+    m_backend->accessNow = InputBackend::Access::unavailable;
     AppDelegate& app = start(false);
     m_clock->advance(10 * AppDelegate::accessPollInterval);
     QCOMPARE(m_backend->accessChecks, 1);
@@ -394,7 +370,7 @@ void TestCoordinator::accessThatCannotComeIsNotPolled()
 
 void TestCoordinator::keyAccessIsRequestedOnceAndOnDemand()
 {
-    m_backend->state = InputBackend::Access::denied;
+    m_backend->accessNow = InputBackend::Access::denied;
     m_backend->requestable = true;
     AppDelegate& app = start(false);
     QSignalSpy sourceChanged(&app, &AppDelegate::keySourceChanged);
@@ -434,7 +410,7 @@ void TestCoordinator::keyAccessIsRequestedOnceAndOnDemand()
     QCOMPARE(m_backend->requests, 2);
 
     // Granted (the helper greeted): keys flow at once, not at the next look.
-    m_backend->state = InputBackend::Access::granted;
+    m_backend->accessNow = InputBackend::Access::granted;
     emit m_backend->accessChanged();
     QVERIFY(app.isMonitoring());
     QCOMPARE(app.keySource(), InputBackend::Source::helper);
@@ -479,6 +455,70 @@ void TestCoordinator::shortcutsAreHeldBackOnlyWhileHovered()
     QCOMPARE(m_backend->swallowed, Held(false, false));
 }
 
+void TestCoordinator::tapTrigger()
+{
+    // Each report arrives twice, as from the two paths of the monitor.
+    constexpr ModifierFlags optionDown = ModifierFlag::option | ModifierFlag::leftOption;
+    for (ModifierFlags flags : { optionDown, optionDown, ModifierFlags(0), ModifierFlags(0) })
+        m_app->hotkeys().handleFlagsChanged(flags, 58);
+}
+
+void TestCoordinator::gesturesShowAndHide()
+{
+    m_settings->setValue(SettingKeys::triggerModifier(), TriggerModifier::leftOption);
+    AppDelegate& app = start();
+    tapTrigger();
+    tapTrigger();
+    QVERIFY(!app.isVisible());
+    tapTrigger();
+    QVERIFY(app.isVisible());
+    KeyboardPanel* panel = app.keyboardPanel();
+    for (int i = 0; i < 3; ++i)
+        tapTrigger();
+    QVERIFY(!app.isVisible() && app.userHid());
+    // Hiding only hides: the same panel comes back, and showing clears the user's hiding.
+    app.toggleKeyboard();
+    QCOMPARE(app.keyboardPanel(), panel);
+    QVERIFY(app.isVisible() && !app.userHid());
+
+    // Escape hides it only while the pointer is over it, and only with the setting on.
+    QVERIFY(!app.hotkeys().handleKeyDown(HotkeyManager::escapeKeyCode));
+    panel->hoverTrackingView()->mouseEntered();
+    QVERIFY(!app.hotkeys().handleKeyDown(HotkeyManager::escapeKeyCode));
+    m_settings->setValue(SettingKeys::escapeToHideOnHover(), true);
+    QVERIFY(app.hotkeys().handleKeyDown(HotkeyManager::escapeKeyCode));
+    QVERIFY(!app.isVisible());
+    QVERIFY(!m_settings->value(SettingKeys::keyboardVisible()));
+    // A hidden panel is hovered no more.
+    QVERIFY(!app.hotkeys().handleKeyDown(HotkeyManager::escapeKeyCode));
+
+    // The panel's own menu hides it as the gestures do.
+    app.showKeyboard();
+    QMenu menu;
+    panel->contentView()->populateContextMenu(menu);
+    QCOMPARE(menu.actions().constFirst()->text(), u"Hide Keyboard"_s);
+    menu.actions().constFirst()->trigger();
+    QVERIFY(!app.isVisible() && app.userHid());
+    QVERIFY(!m_settings->value(SettingKeys::keyboardVisible()));
+}
+
+void TestCoordinator::singleTapOverThePanelAfterTheGrace()
+{
+    m_settings->setValue(SettingKeys::triggerModifier(), TriggerModifier::leftOption);
+    m_clock->advanceTo(100.0);
+    AppDelegate& app = start();
+    app.showKeyboard();
+    app.keyboardPanel()->hoverTrackingView()->mouseEntered();
+
+    // Up to a second after appearing the tap belongs to whatever showed the panel.
+    m_clock->advanceTo(100.0 + AppDelegate::singleTapGrace);
+    tapTrigger();
+    QVERIFY(!m_settings->value(SettingKeys::autoHideOnHover()));
+    m_clock->advance(0.01);
+    tapTrigger();
+    QVERIFY(m_settings->value(SettingKeys::autoHideOnHover()));
+}
+
 void TestCoordinator::shutdownStopsEverything()
 {
     AppDelegate& app = start();
@@ -509,25 +549,18 @@ void TestCoordinator::settingsWindowIsAnOrdinaryWindow()
     QCOMPARE(window->windowType(), Qt::Window);
     QCOMPARE(app.keyboardPanel()->windowType(), Qt::Tool);
 
-    // Two tabs, opening on "Styling"; every opening starts afresh.
+    // It opens on "Styling" (the first tab), and every opening starts afresh.
     auto* tabs = window->findChild<QTabWidget*>();
     QVERIFY(tabs);
-    QCOMPARE(tabs->count(), 2);
-    QCOMPARE(tabs->tabText(0), u"Styling"_s);
-    QCOMPARE(tabs->tabText(1), u"General"_s);
-    QCOMPARE(tabs->currentIndex(), 0);
+    QCOMPARE(tabs->tabText(tabs->currentIndex()), u"Styling"_s);
     tabs->setCurrentIndex(1);
-
     window->close();
     m_clock->advance(1.0);
-    QVERIFY(!window->isVisible());
     QVERIFY(!window->findChild<QTabWidget*>());
     app.openSettings();
     QCOMPARE(app.settingsWindow(), window);
     QVERIFY(window->isVisible());
-    tabs = window->findChild<QTabWidget*>();
-    QVERIFY(tabs);
-    QCOMPARE(tabs->currentIndex(), 0);
+    QCOMPARE(window->findChild<QTabWidget*>()->currentIndex(), 0);
 }
 
 void TestCoordinator::updateResultsShownWhenWorthIt()
@@ -553,24 +586,6 @@ void TestCoordinator::updateResultsShownWhenWorthIt()
     emit updater->failed(u"No answer."_s, true);
     QCOMPARE(openMessages().size(), 1);
     QVERIFY(openMessages().constFirst()->informativeText().contains(u"No answer."_s));
-}
-
-void TestCoordinator::secondInstanceAsksTheFirstToShow()
-{
-    const QString name = m_dir->filePath(u"instance"_s);
-    SingleInstance first(name);
-    QCOMPARE(first.claim(), SingleInstance::Role::primary);
-    QSignalSpy showRequested(&first, &SingleInstance::showRequested);
-
-    SingleInstance second(name);
-    QCOMPARE(second.claim(), SingleInstance::Role::secondary);
-    QVERIFY(showRequested.wait(5000));
-    QCOMPARE(showRequested.size(), 1);
-
-    // Each later start asks again.
-    SingleInstance third(name);
-    QCOMPARE(third.claim(), SingleInstance::Role::secondary);
-    QTRY_COMPARE_WITH_TIMEOUT(showRequested.size(), 2, 5000);
 }
 
 void TestCoordinator::staleSocketIsReplaced()

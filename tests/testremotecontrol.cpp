@@ -2,11 +2,11 @@
 // Commands to the running program: over the instance socket from a later start, and over D-Bus (on a private bus).
 #include "app/dbusservice.h"
 #include "app/remotecontrol.h"
-#include "base/settingkeys.h"
-#include "theme/themesettings.h"
-#include "base/settingsstore.h"
 #include "app/singleinstance.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
 #include "dbustestsupport.h"
+#include "theme/themesettings.h"
 #include "ui/menubaractions.h"
 
 #include <QDBusMessage>
@@ -190,7 +190,7 @@ void TestRemoteControl::quitStopsListeningAndHoldsTheConnection()
     QCOMPARE(answer.reply, "ok"_ba);
 }
 
-// What the running program offers over D-Bus is driven end to end in teste2ecli; here, what it refuses.
+// What the running program offers over D-Bus is driven end to end in teste2e; here, what it refuses.
 void TestRemoteControl::dbusRefusesWithoutChanging()
 {
     DBusService lost(*m_control);
@@ -219,6 +219,9 @@ void TestRemoteControl::dbusRefusesWithoutChanging()
     QVERIFY2(unknown.errorMessage().startsWith(u"no saved theme is named \"black\"; saved themes: Spacegray"_s),
         qPrintable(unknown.errorMessage()));
     QCOMPARE(DBusTest::call(client, u"ChooseTheme"_s, { 42 }).type(), QDBusMessage::ErrorMessage);
+    // Hide hides, also what is hidden already.
+    QCOMPARE(DBusTest::call(client, u"Hide"_s).type(), QDBusMessage::ReplyMessage);
+    QVERIFY(!m_actions->visible);
     const QDBusMessage set = DBusTest::callOn(client, u"org.freedesktop.DBus.Properties"_s, u"Set"_s,
         { QString::fromLatin1(DBusService::interfaceName), u"Visible"_s, QVariant::fromValue(QDBusVariant(true)) });
     QCOMPARE(set.type(), QDBusMessage::ErrorMessage);

@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Pictures of the keyboard drawn without a window, and the theme files they can be drawn from. That they show what
-// the panel paints is checked end to end in teste2ecli.
+// Pictures of the keyboard drawn without a window: that they show what the panel paints, and the theme files they
+// can be drawn from.
 #include "app/renderer.h"
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "input/keyboardmonitor.h"
 #include "keyboard/keyboardscene.h"
+#include "panel/keyboardcontentview.h"
+#include "testsupport.h"
 #include "theme/themejson.h"
 
 #include <QFile>
@@ -22,6 +27,27 @@ QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArra
     return file.fileName();
 }
 
+/** The panel's content view in `theme` at `size`, with `held` down and every animation finished. */
+QImage panelDrawing(const ThemeConfig& theme, const QSize& size, const QList<KeyCode>& held)
+{
+    TestSupport::TemporaryStore settings;
+    settings->setValue(SettingKeys::activeThemeConfig(), theme);
+    ManualClock clock;
+    KeyboardMonitor monitor(*settings, clock);
+    KeyboardContentView view(nullptr, *settings, clock, &monitor, nullptr);
+    view.resize(size);
+    // Shown, as in the panel, so that the scene is laid out before the keys go down.
+    view.setAttribute(Qt::WA_DontShowOnScreen);
+    view.show();
+    for (KeyCode code : held)
+        monitor.handleKeyDown(code);
+    clock.advance(5.0);
+    QImage image(size, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    view.render(&image, {}, {}, QWidget::RenderFlags());
+    return image.convertToFormat(QImage::Format_ARGB32);
+}
+
 } // namespace
 
 class TestRenderer final : public QObject
@@ -29,10 +55,40 @@ class TestRenderer final : public QObject
     Q_OBJECT
 
 private slots:
+    void pictureIsThePanelsDrawing_data();
+    void pictureIsThePanelsDrawing();
     void sizeScaleAndBackground();
     void themeFiles_data();
     void themeFiles();
 };
+
+void TestRenderer::pictureIsThePanelsDrawing_data()
+{
+    QTest::addColumn<int>("theme");
+    QTest::addColumn<int>("width");
+    QTest::addColumn<QList<KeyCode>>("held");
+    QTest::newRow("the README's picture") << 0 << 900 << QList<KeyCode> { 56, 55, 0, 31 };
+    QTest::newRow("nothing held") << 0 << 900 << QList<KeyCode> {};
+    QTest::newRow("Black, narrow") << 2 << 703 << QList<KeyCode> { 49, 123, 126, 63 };
+}
+
+void TestRenderer::pictureIsThePanelsDrawing()
+{
+    QFETCH(int, theme);
+    QFETCH(int, width);
+    QFETCH(QList<KeyCode>, held);
+    KeyboardRenderer::Picture picture;
+    picture.theme = builtInThemes().at(theme).config;
+    picture.width = width;
+    picture.heldKeys = held;
+    const QImage rendered = KeyboardRenderer::render(picture).convertToFormat(QImage::Format_ARGB32);
+    QCOMPARE(rendered.width(), width);
+    const QImage panel = panelDrawing(picture.theme, rendered.size(), held);
+    QCOMPARE(rendered, panel);
+    // Not two pictures of nothing: the held keys do show.
+    if (!held.isEmpty())
+        QVERIFY(panelDrawing(picture.theme, rendered.size(), {}) != panel);
+}
 
 void TestRenderer::sizeScaleAndBackground()
 {

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Shared by the tests that run the real ordalis on a private X server: helper programs that end with the test, X
+// Shared by the tests that run on a private X server: the server itself, helper programs that end with the test, X
 // queries over Qt's own connection, xdotool, and reading the screen back.
 #pragma once
 
-#include <QDebug>
-#include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QImage>
 #include <QPixmap>
@@ -50,14 +48,20 @@ using Helper = std::unique_ptr<QProcess, Ending>;
 
 /**
  * Starts a helper program that ends with the test, also when a timeout kills the test; null when it did not start.
- * Its output is kept for reading, its errors are passed on.
+ * Its output goes to the files named, or is kept for reading; its errors are passed on unless a file is named.
  */
-inline Helper launch(const QString& program, const QStringList& args, const QProcessEnvironment& env)
+inline Helper launch(const QString& program, const QStringList& args, const QProcessEnvironment& env,
+    const QString& out = {}, const QString& err = {})
 {
     Helper process(new QProcess);
     process->setProcessEnvironment(env);
     process->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
-    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    if (!out.isEmpty())
+        process->setStandardOutputFile(out);
+    if (err.isEmpty())
+        process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    else
+        process->setStandardErrorFile(err);
     process->start(program, args);
     return process->waitForStarted(deadline) ? std::move(process) : nullptr;
 }
@@ -100,13 +104,6 @@ inline QRect geometry(xcb_window_t window)
     return size && place ? QRect(place->dst_x, place->dst_y, size->width, size->height) : QRect();
 }
 
-inline bool isViewable(xcb_window_t window)
-{
-    const Reply<xcb_get_window_attributes_reply_t> attributes(
-        xcb_get_window_attributes_reply(connection(), xcb_get_window_attributes(connection(), window), nullptr));
-    return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
-}
-
 inline bool xdotool(const QStringList& args)
 {
     return QProcess::execute(u"xdotool"_s, args) == 0;
@@ -119,29 +116,18 @@ inline bool near(const QColor& a, const QColor& b)
         && std::abs(a.blue() - b.blue()) <= 2;
 }
 
-inline QImage grabScreen(const QRect& area = {})
-{
-    const QRect r = area.isNull() ? QGuiApplication::primaryScreen()->geometry() : area;
-    return QGuiApplication::primaryScreen()->grabWindow(0, r.x(), r.y(), r.width(), r.height()).toImage();
-}
-
 inline QColor screenColour(const QPoint& point)
 {
-    const QImage pixel = grabScreen(QRect(point, QSize(1, 1)));
+    const QImage pixel = QGuiApplication::primaryScreen()->grabWindow(0, point.x(), point.y(), 1, 1).toImage();
     return pixel.isNull() ? QColor() : pixel.pixelColor(0, 0);
 }
 
 /** Waits until the screen at `point` shows `colour`; says what it shows instead when it never does. */
 inline bool waitForColour(const QPoint& point, const QColor& colour)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < deadline) {
-        if (near(screenColour(point), colour))
-            return true;
-        QTest::qWait(5);
-    }
-    qWarning("%s shows %s, not %s", qPrintable(QDebug::toString(point)), qPrintable(screenColour(point).name()),
+    if (QTest::qWaitFor([&] { return near(screenColour(point), colour); }, deadline))
+        return true;
+    qWarning("%d,%d shows %s, not %s", point.x(), point.y(), qPrintable(screenColour(point).name()),
         qPrintable(colour.name()));
     return false;
 }

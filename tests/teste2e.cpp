@@ -1,0 +1,1167 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The real ordalis, end to end, as a user meets it. One harness for all of it: a private Xvfb (with openbox and a
+// trayer tray) started before anything connects to a display, a private D-Bus session bus, a home folder of its own
+// for each start, keys and clicks from xdotool (XTEST), xev standing for the application the user types into, and
+// the screen read back. The command-line scenarios need no display; the Wayland one brings its own headless weston.
+// Each scenario skips when a tool it needs is missing. ORDALIS_LONG_RUN_SECONDS=1800 makes the typing session a
+// half-hour soak with a memory check.
+#include "base/clock.h"
+#include "base/settingkeys.h"
+#include "base/settingsstore.h"
+#include "dbustestsupport.h"
+#include "input/x11backend.h"
+#include "keyboard/keyboardscene.h"
+#include "theme/themesettings.h"
+#include "theme/themestyle.h"
+#include "x11testsupport.h"
+
+#include <QDBusConnectionInterface>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QPixmap>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <QScreen>
+#include <QSet>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+#include <cstring>
+#include <memory>
+
+#include <fcntl.h>
+#include <linux/input.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <xcb/shape.h>
+#include <xcb/xcb.h>
+// WORKAROUND: xcb/xkb.h names a struct field `explicit`, which is a keyword in C++ (libxcb 1.15).
+#define explicit explicit_
+#include <xcb/xkb.h>
+#undef explicit
+
+using namespace Qt::StringLiterals;
+using namespace X11Test;
+
+namespace {
+
+constexpr QSize screenSize(1280, 800);
+
+struct Run
+{
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+Run run(const QString& program, const QStringList& args, const QProcessEnvironment& env)
+{
+    QProcess process;
+    process.setProcessEnvironment(env);
+    process.start(program, args);
+    if (!process.waitForFinished(deadline) || process.exitStatus() != QProcess::NormalExit) {
+        process.kill();
+        process.waitForFinished();
+        return { -1, {}, "did not end normally" };
+    }
+    return { process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError() };
+}
+
+bool have(const QStringList& tools)
+{
+    return std::ranges::all_of(tools, [](const QString& t) { return !QStandardPaths::findExecutable(t).isEmpty(); });
+}
+
+/** A home with every XDG folder inside it: what one start of Ordalis may write stays there. */
+struct Home
+{
+    QTemporaryDir dir;
+
+    Home()
+    {
+        for (const char* folder : { "home", "config", "cache", "data", "state", "run", "tmp", "output" })
+            QDir().mkpath(path(QString::fromLatin1(folder)));
+        ::chmod(QFile::encodeName(path(u"run"_s)).constData(), 0700);
+    }
+    QString path(const QString& relative) const { return dir.filePath(relative); }
+    QString settingsPath() const { return path(u"config/ordalis/settings.json"_s); }
+    QByteArray read(const QString& relative) const
+    {
+        QFile file(path(relative));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"HOME"_s, path(u"home"_s));
+        for (const char* kind : { "CONFIG", "CACHE", "DATA", "STATE" })
+            env.insert(u"XDG_%1_HOME"_s.arg(QLatin1StringView(kind)), path(QString::fromLatin1(kind).toLower()));
+        env.insert(u"XDG_RUNTIME_DIR"_s, path(u"run"_s));
+        env.insert(u"TMPDIR"_s, path(u"tmp"_s));
+        env.insert(u"XDG_SESSION_TYPE"_s, u"x11"_s);
+        env.insert(u"LANG"_s, u"C.UTF-8"_s);
+        for (const QString& name : { u"QT_QPA_PLATFORM"_s, u"QT_LOGGING_RULES"_s, u"ORDALIS_INPUT"_s,
+                 u"WAYLAND_DISPLAY"_s, u"DBUS_SESSION_BUS_ADDRESS"_s })
+            env.remove(name);
+        return env;
+    }
+};
+
+// --- The X server, seen through the test's own connection ---------------------------------------------------------
+
+/** The 32-bit items of a property. */
+QList<quint32> items(xcb_window_t window, const char* name)
+{
+    const QByteArray bytes = propertyBytes(window, name);
+    QList<quint32> items(bytes.size() / 4);
+    if (!items.isEmpty())
+        std::memcpy(items.data(), bytes.constData(), size_t(items.size()) * 4);
+    return items;
+}
+
+Reply<xcb_get_window_attributes_reply_t> attributes(xcb_window_t window)
+{
+    return Reply<xcb_get_window_attributes_reply_t>(
+        xcb_get_window_attributes_reply(connection(), xcb_get_window_attributes(connection(), window), nullptr));
+}
+
+/** The first viewable window below `parent` (at any depth) that `match` accepts, or 0. */
+template <typename Match> xcb_window_t findWindow(const Match& match, xcb_window_t parent = 0)
+{
+    const Reply<xcb_query_tree_reply_t> tree(
+        xcb_query_tree_reply(connection(), xcb_query_tree(connection(), parent ? parent : root()), nullptr));
+    const xcb_window_t* children = tree ? xcb_query_tree_children(tree.get()) : nullptr;
+    for (int i = 0; tree && i < xcb_query_tree_children_length(tree.get()); ++i) {
+        const auto a = attributes(children[i]);
+        if (a && a->map_state == XCB_MAP_STATE_VIEWABLE && match(children[i]))
+            return children[i];
+        if (const xcb_window_t found = findWindow(match, children[i]))
+            return found;
+    }
+    return 0;
+}
+
+xcb_window_t named(const QByteArray& name)
+{
+    return findWindow([&](xcb_window_t w) { return propertyBytes(w, "_NET_WM_NAME") == name; });
+}
+
+xcb_window_t panel()
+{
+    return named("Ordalis Keyboard");
+}
+
+/** Ordalis's icon in trayer's panel, or 0. */
+xcb_window_t trayIcon()
+{
+    return findWindow([](xcb_window_t w) {
+        return propertyBytes(w, "WM_CLASS").startsWith("ordalis\0") && geometry(w).width() <= 64;
+    });
+}
+
+/** Ordalis's tray menu while it is open, or 0: an unmanaged window of ours, taller than a tooltip. */
+xcb_window_t trayMenu()
+{
+    return findWindow([](xcb_window_t w) {
+        return attributes(w)->override_redirect && propertyBytes(w, "WM_CLASS").startsWith("ordalis\0")
+            && geometry(w).height() >= 100;
+    });
+}
+
+xcb_window_t focus()
+{
+    const Reply<xcb_get_input_focus_reply_t> reply(
+        xcb_get_input_focus_reply(connection(), xcb_get_input_focus(connection()), nullptr));
+    return reply ? reply->focus : 0;
+}
+
+bool ownsSelection(const char* name)
+{
+    const Reply<xcb_get_selection_owner_reply_t> reply(
+        xcb_get_selection_owner_reply(connection(), xcb_get_selection_owner(connection(), atom(name)), nullptr));
+    return reply && reply->owner != XCB_NONE;
+}
+
+/** Where the window takes pointer input, in its own coordinates: empty when it lets every click through. */
+QRegion inputShape(xcb_window_t window)
+{
+    const Reply<xcb_shape_get_rectangles_reply_t> reply(xcb_shape_get_rectangles_reply(
+        connection(), xcb_shape_get_rectangles(connection(), window, XCB_SHAPE_SK_INPUT), nullptr));
+    QRegion shape;
+    const xcb_rectangle_t* rects = reply ? xcb_shape_get_rectangles_rectangles(reply.get()) : nullptr;
+    for (int i = 0; reply && i < xcb_shape_get_rectangles_rectangles_length(reply.get()); ++i)
+        shape += QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height);
+    return shape;
+}
+
+bool movePointer(const QPoint& to, const QStringList& then = {})
+{
+    const Reply<xcb_query_pointer_reply_t> at(
+        xcb_query_pointer_reply(connection(), xcb_query_pointer(connection(), root()), nullptr));
+    // "--sync" waits for the pointer to move, which it never does when it is there already.
+    if (at && QPoint(at->root_x, at->root_y) == to)
+        return then.isEmpty() || xdotool(then);
+    return xdotool(
+        QStringList { u"mousemove"_s, u"--sync"_s, QString::number(to.x()), QString::number(to.y()) } + then);
+}
+
+/** A point on the face of `code` in the panel at `rect`, clear of its label, laid out as the panel lays it out. */
+QPoint facePoint(const QString& settingsPath, const QRect& rect, KeyCode code)
+{
+    SettingsStore settings(settingsPath);
+    ManualClock clock;
+    KeyboardScene scene(settings, clock, nullptr);
+    scene.setSize(QSizeF(rect.size()));
+    const QRectF face = scene.keyRect(code);
+    // A fifth of the way down: above the label, and inside the cap even while it is pressed.
+    return rect.topLeft() + QPointF(face.center().x(), face.top() + 0.2 * face.height()).toPoint();
+}
+
+ThemeStyle styleIn(const QString& settingsPath)
+{
+    return ThemeStyle(SettingsStore(settingsPath).value(SettingKeys::activeThemeConfig()));
+}
+
+/** Keys as typed in a working day; never Control, the trigger. */
+QStringList someKeys(QRandomGenerator& random)
+{
+    static const QStringList keys { u"a"_s, u"s"_s, u"d"_s, u"f"_s, u"j"_s, u"k"_s, u"e"_s, u"r"_s, u"1"_s, u"space"_s,
+        u"Return"_s, u"BackSpace"_s, u"Left"_s, u"comma"_s, u"shift+a"_s, u"Shift_R+k"_s, u"alt+f"_s, u"Caps_Lock"_s,
+        u"F5"_s };
+    QStringList chosen;
+    for (int i = 0; i < 10; ++i)
+        chosen << keys[random.bounded(qsizetype(keys.size()))];
+    return chosen;
+}
+
+qint64 residentKb(qint64 pid)
+{
+    QFile status(u"/proc/%1/status"_s.arg(pid));
+    const QList<QByteArray> lines
+        = status.open(QIODevice::ReadOnly) ? status.readAll().split('\n') : QList<QByteArray>();
+    for (const QByteArray& line : lines) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').first().toLongLong();
+    }
+    return -1;
+}
+
+QStringList filesBelow(const QString& folder)
+{
+    QStringList files;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files << it.next();
+    return files;
+}
+
+} // namespace
+
+/** Runs a step that checks things itself, and ends the test function when the step failed. */
+#define STEP(step)                                                                                                     \
+    do {                                                                                                               \
+        step;                                                                                                          \
+        if (QTest::currentTestFailed())                                                                                \
+            return;                                                                                                    \
+    } while (false)
+
+#define REQUIRE_X11()                                                                                                  \
+    do {                                                                                                               \
+        if (!m_desktop)                                                                                                \
+            QSKIP("needs Xvfb, openbox, trayer, xdotool and xev");                                                     \
+    } while (false)
+
+class TestE2e final : public QObject
+{
+    Q_OBJECT
+
+signals:
+    void propertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList& invalidated);
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    // Without a display.
+    void answersWithoutADisplay_data();
+    void answersWithoutADisplay();
+    void controlsTheRunningInstance();
+    void signalsEndItCleanly_data();
+    void signalsEndItCleanly();
+    void startsAtOnceLeaveOne();
+
+    // On the private X desktop.
+    void x11BackendReadsTheServer();
+    void trayDay();
+    void panelOverTheUsersWindow();
+    void escapeAndSettingsShortcutHeldBackOverThePanel();
+    void secretLeavesNoTrace();
+    void typingSession();
+
+    // In a Wayland session of its own.
+    void waylandSessionReadsTheDevices();
+
+private:
+    void startOrdalis(const QStringList& args = {}, const QProcessEnvironment& extra = {});
+    /** Ends Ordalis as the session does and checks it ended well. */
+    void stopOrdalis();
+    void startOtherApp();
+    /** The keycodes of the KeyPress events the user's application received so far. */
+    QList<int> otherAppKeys();
+    int otherAppClicks() { return int(otherAppOutput().count("ButtonPress event")); }
+    QByteArray otherAppOutput();
+    void openTrayMenu();
+    void quitFromTrayMenu();
+    QString keySource();
+    Run ordalis(const QStringList& args) const
+    {
+        QProcessEnvironment env = m_home->environment();
+        env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+        env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, m_bus.address());
+        return run(QStringLiteral(ORDALIS_BINARY), args, env);
+    }
+    static bool tripleTap()
+    {
+        return xdotool({ u"key"_s, u"--delay"_s, u"100"_s, u"Control_L"_s, u"Control_L"_s, u"Control_L"_s });
+    }
+    void setSetting(auto key, const auto& value) { SettingsStore(m_home->settingsPath()).setValue(key, value); }
+
+    bool m_desktop = false;
+    QTemporaryDir m_desktopHome;
+    DBusTest::PrivateBus m_bus;
+    Helper m_windowManager;
+    Helper m_tray;
+    std::unique_ptr<Home> m_home;
+    Helper m_ordalis;
+    Helper m_otherApp;
+    QByteArray m_otherAppOutput;
+    xcb_window_t m_otherWindow = 0;
+};
+
+void TestE2e::initTestCase()
+{
+    if (QGuiApplication::platformName() != u"xcb"_s || !have({ u"openbox"_s, u"trayer"_s, u"xdotool"_s, u"xev"_s }))
+        return;
+    // Its home is the desktop's, for whatever it writes there.
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"HOME"_s, m_desktopHome.path());
+    m_windowManager = launch(u"openbox"_s, { u"--sm-disable"_s }, env);
+    QVERIFY(m_windowManager);
+    QTRY_COMPARE_WITH_TIMEOUT(
+        propertyBytes(items(root(), "_NET_SUPPORTING_WM_CHECK").value(0), "_NET_WM_NAME"), "Openbox", deadline);
+    m_tray = launch(u"trayer"_s,
+        { u"--edge"_s, u"bottom"_s, u"--align"_s, u"right"_s, u"--widthtype"_s, u"request"_s, u"--height"_s, u"32"_s,
+            u"--SetDockType"_s, u"true"_s, u"--expand"_s, u"true"_s },
+        QProcessEnvironment::systemEnvironment());
+    QVERIFY(m_tray);
+    QTRY_VERIFY_WITH_TIMEOUT(ownsSelection("_NET_SYSTEM_TRAY_S0"), deadline);
+    m_desktop = true;
+}
+
+void TestE2e::init()
+{
+    m_home = std::make_unique<Home>();
+    QVERIFY(m_home->dir.isValid());
+}
+
+void TestE2e::cleanup()
+{
+    m_ordalis.reset();
+    m_otherApp.reset();
+    m_otherAppOutput.clear();
+    m_otherWindow = 0;
+    if (m_desktop)
+        movePointer(QPoint(640, 2));
+    m_home.reset();
+}
+
+void TestE2e::startOrdalis(const QStringList& args, const QProcessEnvironment& extra)
+{
+    QVERIFY(!m_ordalis);
+    QProcessEnvironment env = m_home->environment();
+    env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, m_bus.address());
+    for (const QString& name : extra.keys())
+        env.insert(name, extra.value(name));
+    m_ordalis = launch(
+        QStringLiteral(ORDALIS_BINARY), args, env, m_home->path(u"output/stdout"_s), m_home->path(u"output/stderr"_s));
+    QVERIFY(m_ordalis);
+}
+
+void TestE2e::stopOrdalis()
+{
+    m_ordalis->terminate();
+    QVERIFY(m_ordalis->waitForFinished(deadline));
+    QCOMPARE(m_ordalis->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_ordalis->exitCode(), 0);
+    m_ordalis.reset();
+}
+
+QString TestE2e::keySource()
+{
+    const QDBusMessage reply = DBusTest::callOn(m_bus.connect(), u"org.freedesktop.DBus.Properties"_s, u"Get"_s,
+        { QString::fromLatin1(DBusTest::ordalisInterface), u"KeySource"_s });
+    return reply.arguments().isEmpty() ? QString()
+                                       : reply.arguments().constFirst().value<QDBusVariant>().variant().toString();
+}
+
+void TestE2e::startOtherApp()
+{
+    // xev, line-buffered, covering the screen; it names its window first.
+    m_otherApp = launch(u"stdbuf"_s,
+        { u"-oL"_s, u"xev"_s, u"-geometry"_s, u"%1x%2+0+0"_s.arg(screenSize.width()).arg(screenSize.height()),
+            u"-event"_s, u"keyboard"_s, u"-event"_s, u"button"_s },
+        QProcessEnvironment::systemEnvironment());
+    QVERIFY(m_otherApp);
+    static const QRegularExpression outer(u"Outer window is (0x[0-9a-f]+)"_s);
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            const QRegularExpressionMatch match = outer.match(QString::fromLatin1(otherAppOutput()));
+            m_otherWindow = match.captured(1).toUInt(nullptr, 16);
+            return m_otherWindow != 0;
+        },
+        deadline));
+    // WORKAROUND: openbox 3.6.1 announces itself before it is ready and may drop the first activation.
+    QTRY_VERIFY_WITH_TIMEOUT(
+        xdotool({ u"windowactivate"_s, u"--sync"_s, QString::number(m_otherWindow) }) && focus() == m_otherWindow,
+        deadline);
+}
+
+QByteArray TestE2e::otherAppOutput()
+{
+    m_otherAppOutput += m_otherApp->readAllStandardOutput();
+    return m_otherAppOutput;
+}
+
+QList<int> TestE2e::otherAppKeys()
+{
+    static const QRegularExpression press(
+        u"KeyPress event.*?keycode (\\d+)"_s, QRegularExpression::DotMatchesEverythingOption);
+    QList<int> keys;
+    for (const QRegularExpressionMatch& m : press.globalMatch(QString::fromLatin1(otherAppOutput())))
+        keys << m.captured(1).toInt();
+    return keys;
+}
+
+void TestE2e::openTrayMenu()
+{
+    QVERIFY(!trayMenu());
+    QVERIFY(movePointer(geometry(trayIcon()).center(), { u"click"_s, u"3"_s }));
+    QTRY_VERIFY_WITH_TIMEOUT(trayMenu() != 0, deadline);
+}
+
+void TestE2e::quitFromTrayMenu()
+{
+    STEP(openTrayMenu());
+    // From a menu without a current item, Up goes to the last one: "Quit Ordalis".
+    QVERIFY(xdotool({ u"key"_s, u"--delay"_s, u"100"_s, u"Up"_s, u"Return"_s }));
+    QVERIFY(m_ordalis->waitForFinished(deadline));
+    QCOMPARE(m_ordalis->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_ordalis->exitCode(), 0);
+    m_ordalis.reset();
+    QTRY_VERIFY_WITH_TIMEOUT(trayIcon() == 0, deadline);
+}
+
+// --- Without a display
+// ------------------------------------------------------------------------------------------------
+
+void TestE2e::answersWithoutADisplay_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("err");
+
+    QTest::newRow("help") << QStringList { u"--help"_s } << 0 << "--render FILE"_ba << QByteArray();
+    QTest::newRow("version") << QStringList { u"--version"_s } << 0 << "Ordalis 0.1.0\n"_ba << QByteArray();
+    QTest::newRow("unknown option") << QStringList { u"--shw"_s } << 2 << QByteArray()
+                                    << "ordalis: Unknown option 'shw'."_ba;
+    QTest::newRow("unknown theme") << QStringList { u"--theme"_s, u"Nope"_s } << 2 << QByteArray()
+                                   << "ordalis: no saved theme is named \"Nope\"; saved themes: Spacegray, Chiclet"_ba;
+    QTest::newRow("hide, nothing running") << QStringList { u"--hide"_s } << 0 << QByteArray() << QByteArray();
+    QTest::newRow("quit, nothing running") << QStringList { u"--quit"_s } << 0 << QByteArray() << QByteArray();
+    QTest::newRow("unknown key") << QStringList { u"--render=x.png"_s, u"--keys=a,meta"_s } << 2 << QByteArray()
+                                 << "ordalis: no key is named \"meta\""_ba;
+    QTest::newRow("unreadable theme file")
+        << QStringList { u"--render=x.png"_s, u"--theme-file=/nonexistent.json"_s } << 2 << QByteArray()
+        << "ordalis: cannot read the theme file /nonexistent.json"_ba;
+    QTest::newRow("unwritable picture") << QStringList { u"--render=/nonexistent/x.png"_s } << 1 << QByteArray()
+                                        << "ordalis: cannot write /nonexistent/x.png"_ba;
+}
+
+void TestE2e::answersWithoutADisplay()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, exitCode);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArray, err);
+    // A platform that cannot start: anything that made a QApplication here would abort.
+    QProcessEnvironment env = m_home->environment();
+    env.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+    env.remove(u"DISPLAY"_s);
+    const Run result = run(QStringLiteral(ORDALIS_BINARY), arguments, env);
+    QVERIFY2(result.err.startsWith(err), result.err.constData());
+    QCOMPARE(result.exitCode, exitCode);
+    QVERIFY2(out.isEmpty() ? result.out.isEmpty() : result.out.contains(out), result.out.constData());
+    // Nothing was written: no settings folder.
+    QVERIFY(!QDir(m_home->path(u"config/ordalis"_s)).exists());
+}
+
+void TestE2e::controlsTheRunningInstance()
+{
+    if (m_bus.address().isEmpty())
+        QSKIP("dbus-daemon is not installed or did not start");
+    QDBusConnection client = m_bus.connect();
+    const QString service = QString::fromLatin1(DBusTest::ordalisService);
+    QSignalSpy changes(this, &TestE2e::propertiesChanged);
+    QVERIFY(client.connect(service, QString::fromLatin1(DBusTest::ordalisPath), u"org.freedesktop.DBus.Properties"_s,
+        u"PropertiesChanged"_s, this, SIGNAL(propertiesChanged(QString, QVariantMap, QStringList))));
+    const auto visibleChanges = [&] {
+        QList<bool> values;
+        for (const QList<QVariant>& change : std::as_const(changes)) {
+            if (change.at(1).toMap().contains(u"Visible"_s))
+                values << change.at(1).toMap().value(u"Visible"_s).toBool();
+        }
+        return values;
+    };
+    const auto stored = [this] { return SettingsStore(m_home->settingsPath()).value(SettingKeys::activeThemeName()); };
+
+    // Nothing runs: --theme checks the name, chooses the theme and starts.
+    QProcessEnvironment offscreen;
+    offscreen.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    STEP(startOrdalis({ u"--theme"_s, u"Black"_s }, offscreen));
+    QVERIFY(QTest::qWaitFor([&] { return client.interface()->isServiceRegistered(service).value(); }, deadline));
+    QCOMPARE(stored(), u"Black"_s);
+    // No tray on the offscreen platform, so the keyboard shows from the start.
+    QCOMPARE(DBusTest::visible(client), QVariant(true));
+
+    // Later starts command it, and D-Bus sees every change.
+    const struct
+    {
+        QStringList arguments;
+        bool visibleAfter;
+    } commands[] = {
+        { { u"--hide"_s }, false },
+        { { u"--show"_s }, true },
+        { { u"--toggle"_s }, false },
+        { {}, true }, // a plain start shows the keyboard of the running one
+        { { u"--settings"_s }, true },
+    };
+    for (const auto& command : commands) {
+        const Run result = ordalis(command.arguments);
+        QVERIFY2(result.exitCode == 0, result.err.constData());
+        QCOMPARE(DBusTest::visible(client), QVariant(command.visibleAfter));
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(visibleChanges(), (QList<bool> { false, true, false, true }), deadline);
+
+    QCOMPARE(ordalis({ u"--theme=Light Rose"_s }).exitCode, 0);
+    // The running program writes its settings within a moment.
+    QTRY_COMPARE_WITH_TIMEOUT(stored(), u"Light Rose"_s, deadline);
+    const Run unknown = ordalis({ u"--theme"_s, u"Nope"_s });
+    QCOMPARE(unknown.exitCode, 2);
+    QVERIFY2(unknown.err.startsWith("ordalis: no saved theme is named \"Nope\"; saved themes: Spacegray"),
+        unknown.err.constData());
+    QCOMPARE(stored(), u"Light Rose"_s);
+
+    // The README's gdbus lines.
+    if (have({ u"gdbus"_s })) {
+        const QStringList call { u"call"_s, u"--session"_s, u"--dest"_s, service, u"--object-path"_s,
+            QString::fromLatin1(DBusTest::ordalisPath), u"--method"_s };
+        const QString interface = QString::fromLatin1(DBusTest::ordalisInterface);
+        QProcessEnvironment env = m_home->environment();
+        env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, m_bus.address());
+        QCOMPARE(run(u"gdbus"_s, call + QStringList { interface + u".Toggle"_s }, env).exitCode, 0);
+        QCOMPARE(DBusTest::visible(client), QVariant(false));
+        const Run refused = run(u"gdbus"_s, call + QStringList { interface + u".ChooseTheme"_s, u"Nope"_s }, env);
+        QVERIFY2(refused.err.contains("org.freedesktop.DBus.Error.InvalidArgs"), refused.err.constData());
+        QCOMPARE(run(u"gdbus"_s, call + QStringList { interface + u".ChooseTheme"_s, u"Black"_s }, env).exitCode, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(stored(), u"Black"_s, deadline);
+    }
+
+    // A picture needs no display, and does not disturb the running one.
+    const Run render = ordalis({ u"--render"_s, m_home->path(u"k.png"_s), u"--width=703"_s, u"--keys=a,space"_s });
+    QVERIFY2(render.exitCode == 0, render.err.constData());
+    QCOMPARE(QImage(m_home->path(u"k.png"_s)).width(), 703);
+
+    // --quit returns once that instance has ended; then there is nobody to hide.
+    QCOMPARE(ordalis({ u"--quit"_s }).exitCode, 0);
+    QVERIFY(m_ordalis->waitForFinished(2000));
+    QCOMPARE(m_ordalis->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_ordalis->exitCode(), 0);
+    QVERIFY(!client.interface()->isServiceRegistered(service).value());
+    QCOMPARE(ordalis({ u"--hide"_s }).exitCode, 0);
+}
+
+void TestE2e::signalsEndItCleanly_data()
+{
+    QTest::addColumn<int>("signalNumber");
+    QTest::newRow("SIGTERM from the session") << int(SIGTERM);
+    QTest::newRow("SIGINT from a terminal") << int(SIGINT);
+}
+
+void TestE2e::signalsEndItCleanly()
+{
+    QFETCH(int, signalNumber);
+    QProcessEnvironment offscreen;
+    offscreen.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    STEP(startOrdalis({}, offscreen));
+    const QString socket = m_home->path(u"run/ordalis-%1"_s.arg(::getuid()));
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(socket), deadline);
+    ::kill(pid_t(m_ordalis->processId()), signalNumber);
+    QVERIFY(m_ordalis->waitForFinished(deadline));
+    QCOMPARE(m_ordalis->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_ordalis->exitCode(), 0);
+    // Ended in order, so the next start finds no socket in its way.
+    QVERIFY(!QFile::exists(socket));
+}
+
+void TestE2e::startsAtOnceLeaveOne()
+{
+    QProcessEnvironment env = m_home->environment();
+    env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    // The race is between asking for a running instance and listening: starts at the same moment hit it or not.
+    for (int round = 1; round <= 25; ++round) {
+        std::vector<Helper> starts;
+        for (int i = 0; i < 4; ++i)
+            starts.push_back(launch(QStringLiteral(ORDALIS_BINARY), {}, env));
+        const auto running = [&] {
+            return std::ranges::count_if(starts, [](const Helper& p) { return p->state() != QProcess::NotRunning; });
+        };
+        // All but one hand over to that one and end well; it stays, and is the one a later start finds.
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            running() == 1, qPrintable(u"round %1: %2 stay"_s.arg(round).arg(running())), deadline);
+        for (const Helper& p : starts)
+            QVERIFY(
+                p->state() != QProcess::NotRunning || (p->exitStatus() == QProcess::NormalExit && p->exitCode() == 0));
+        QCOMPARE(run(QStringLiteral(ORDALIS_BINARY), {}, env).exitCode, 0);
+        QCOMPARE(running(), 1);
+    }
+    QCOMPARE(QDir(m_home->path(u"config/ordalis"_s)).entryList({ u"*unreadable*"_s }, QDir::Files), QStringList());
+}
+
+// --- On the private X desktop ---------------------------------------------------------------------------------------
+
+void TestE2e::x11BackendReadsTheServer()
+{
+    if (QGuiApplication::platformName() != u"xcb"_s) {
+        // Then the back end must decline quietly.
+        X11Backend offscreen;
+        QCOMPARE(offscreen.access(), InputBackend::Access::unavailable);
+        QVERIFY(!offscreen.start());
+        offscreen.setSwallowedShortcuts(true, true);
+        QVERIFY(!offscreen.escapeGrabbed());
+    }
+    REQUIRE_X11();
+    X11Backend backend;
+    QStringList lines;
+    connect(&backend, &InputBackend::keyDown, this, [&](KeyCode k) { lines << u"down %1"_s.arg(k); });
+    connect(&backend, &InputBackend::keyUp, this, [&](KeyCode k) { lines << u"up %1"_s.arg(k); });
+    connect(&backend, &InputBackend::capsLockKey, this,
+        [&](bool pressed) { lines << (pressed ? u"caps down"_s : u"caps up"_s); });
+    connect(&backend, &InputBackend::flagsChanged, this,
+        [&](ModifierFlags f, KeyCode k) { lines << u"flags %1 %2"_s.arg(f, 0, 16).arg(k); });
+    connect(&backend, &InputBackend::mediaKey, this,
+        [&](KeyCode k, bool down) { lines << u"media %1 %2"_s.arg(k).arg(down ? u"down"_s : u"up"_s); });
+    QVERIFY(backend.start());
+    const auto typed = [&](const QString& command, const QString& reports) {
+        lines.clear();
+        if (!xdotool(command.split(u' ')))
+            return false;
+        const bool ok = QTest::qWaitFor([&] { return lines.join(u',') == reports; }, deadline);
+        if (!ok)
+            qWarning("after \"%s\": %s", qPrintable(command), qPrintable(lines.join(u',')));
+        return ok;
+    };
+
+    QVERIFY(typed(u"key s Left"_s, u"down 1,up 1,down 123,up 123"_s));
+    QVERIFY(typed(u"key XF86AudioPlay"_s, u"media 100 down,media 100 up"_s));
+    // Held past the auto-repeat delay: raw events are not repeated.
+    QVERIFY(typed(u"keydown d sleep 1.2 keyup d"_s, u"down 2,up 2"_s));
+    QVERIFY(typed(u"keydown Shift_L keydown Super_L key z keyup Super_L keyup Shift_L"_s,
+        u"flags 20002 56,flags 12000a 55,down 6,up 6,flags 20002 55,flags 0 56"_s));
+    // xdotool sends the release of Caps Lock twice; it is reported once, and the lock goes with later reports.
+    QVERIFY(typed(u"key Caps_Lock"_s, u"caps down,flags 10000 57,caps up"_s));
+    QVERIFY(backend.capsLockOn());
+    QVERIFY(typed(u"key Control_L"_s, u"flags 50001 59,flags 10000 59"_s));
+    // A lock set without the key, as a remote tool does, shows as well.
+    lines.clear();
+    std::free(xcb_xkb_use_extension_reply(connection(), xcb_xkb_use_extension(connection(), 1, 0), nullptr));
+    xcb_xkb_latch_lock_state(connection(), XCB_XKB_ID_USE_CORE_KBD, XCB_MOD_MASK_LOCK, 0, 0, 0, 0, 0, 0);
+    xcb_flush(connection());
+    QTRY_COMPARE_WITH_TIMEOUT(lines, QStringList { u"flags 0 57"_s }, deadline);
+    QVERIFY(!backend.capsLockOn());
+
+    // Escape held by another client: refused quietly, Escape still shows; granted once the holder lets go.
+    const std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> other(
+        xcb_connect(nullptr, nullptr), xcb_disconnect);
+    const auto grab = [&](bool on) {
+        bool granted = true;
+        for (int mods : { 0, int(XCB_MOD_MASK_LOCK), int(XCB_MOD_MASK_2), int(XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2) }) {
+            xcb_generic_error_t* error = xcb_request_check(other.get(),
+                on ? xcb_grab_key_checked(
+                    other.get(), 1, root(), std::uint16_t(mods), 9, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)
+                   : xcb_ungrab_key_checked(other.get(), 9, root(), std::uint16_t(mods)));
+            granted = granted && !error;
+            std::free(error);
+        }
+        return granted;
+    };
+    QVERIFY(grab(true));
+    backend.setSwallowedShortcuts(true, false);
+    QVERIFY(!backend.escapeGrabbed());
+    QVERIFY(typed(u"key Escape"_s, u"down 53,up 53"_s));
+    QVERIFY(grab(false));
+    backend.setSwallowedShortcuts(true, true);
+    QVERIFY(backend.escapeGrabbed() && backend.settingsShortcutGrabbed());
+    // The grab keeps the raw events from us while Escape is down; the grab's own events stand in, and a held
+    // Escape neither repeats nor goes up early.
+    QVERIFY(typed(u"keydown Escape keydown a keyup a sleep 1.2 keyup Escape"_s, u"down 53,down 0,up 0,up 53"_s));
+    backend.stop();
+    QVERIFY(!backend.escapeGrabbed());
+}
+
+void TestE2e::trayDay()
+{
+    REQUIRE_X11();
+    const auto staysHidden = [] {
+        // Long enough for a panel that was going to show to have done so.
+        return !QTest::qWaitFor([] { return panel() != 0; }, 3000);
+    };
+    // With a tray the keyboard starts hidden.
+    STEP(startOrdalis());
+    QTRY_VERIFY_WITH_TIMEOUT(trayIcon() != 0, deadline);
+    QVERIFY(staysHidden());
+
+    // The triple tap shows it, and a held key lights its cap.
+    QVERIFY(tripleTap());
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    const QPoint a = facePoint(m_home->settingsPath(), geometry(panel()), 0);
+    const ThemeStyle style = styleIn(m_home->settingsPath());
+    QVERIFY(waitForColour(a, style.keyBackground.toQColor()));
+    QVERIFY(xdotool({ u"keydown"_s, u"a"_s }));
+    const bool lit = waitForColour(a, style.keyPressedBackground.toQColor());
+    QVERIFY(xdotool({ u"keyup"_s, u"a"_s }));
+    QVERIFY(lit);
+    QVERIFY(waitForColour(a, style.keyBackground.toQColor()));
+
+    // The tray menu's first item, "Hide Keyboard" while it shows.
+    STEP(openTrayMenu());
+    QVERIFY(xdotool({ u"key"_s, u"--delay"_s, u"100"_s, u"Down"_s, u"Return"_s }));
+    QTRY_VERIFY_WITH_TIMEOUT(trayMenu() == 0 && panel() == 0, deadline);
+    STEP(quitFromTrayMenu());
+
+    // Hidden it stays hidden at the next start; shown it shows.
+    STEP(startOrdalis());
+    QTRY_VERIFY_WITH_TIMEOUT(trayIcon() != 0, deadline);
+    QVERIFY(staysHidden());
+    QVERIFY(tripleTap());
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    STEP(stopOrdalis());
+    STEP(startOrdalis());
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    STEP(quitFromTrayMenu());
+}
+
+void TestE2e::panelOverTheUsersWindow()
+{
+    REQUIRE_X11();
+    STEP(startOtherApp());
+    setSetting(SettingKeys::keyboardVisible(), true);
+    // As in a Wayland session with XWayland whose compositor is gone: Ordalis must choose X11 by itself.
+    QProcessEnvironment wayland;
+    wayland.insert(u"XDG_SESSION_TYPE"_s, u"wayland"_s);
+    wayland.insert(u"WAYLAND_DISPLAY"_s, u"ordalis-test-no-such-display"_s);
+    wayland.insert(u"ORDALIS_INPUT"_s, u"x11"_s);
+    STEP(startOrdalis({}, wayland));
+    xcb_window_t window = 0;
+    QTRY_VERIFY_WITH_TIMEOUT((window = panel()) != 0, deadline);
+    const QRect rect = geometry(window);
+
+    // Above the user's window without taking its focus, on every desktop, in no task bar; 900 wide, centred.
+    const auto above = [&] {
+        const QList<quint32> stacking = items(root(), "_NET_CLIENT_LIST_STACKING");
+        return stacking.indexOf(window) > stacking.indexOf(m_otherWindow);
+    };
+    QCOMPARE(focus(), m_otherWindow);
+    QVERIFY(above());
+    const QList<quint32> states = items(window, "_NET_WM_STATE");
+    for (const char* state : { "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER", "_NET_WM_STATE_ABOVE" })
+        QVERIFY2(states.contains(atom(state)), state);
+    QCOMPARE(items(window, "_NET_WM_DESKTOP"), QList<quint32> { 0xFFFFFFFF });
+    QCOMPARE(rect.size(), QSize(900, 350));
+    QVERIFY((rect.center() - QRect(QPoint(), screenSize).center()).manhattanLength() <= 2);
+
+    // A click on the panel leaves the focus where it was and does not reach the window below.
+    QVERIFY(movePointer(rect.topLeft() + QPoint(20, 20), { u"click"_s, u"1"_s }));
+    QTest::qWait(200);
+    QCOMPARE(focus(), m_otherWindow);
+    QCOMPARE(otherAppClicks(), 0);
+
+    // A theme chosen while it runs is drawn at once.
+    const QPoint a = facePoint(m_home->settingsPath(), rect, 0);
+    setSetting(SettingKeys::activeThemeConfig(), builtInThemes().at(2).config);
+    QVERIFY(waitForColour(a, styleIn(m_home->settingsPath()).keyBackground.toQColor()));
+
+    // Auto-hide: over the panel it fades and lets clicks through to the window below, never unmapped; leaving
+    // brings it back.
+    QVERIFY(movePointer(QPoint(640, 2)));
+    setSetting(SettingKeys::autoHideOnHover(), true);
+    QVERIFY(movePointer(rect.topLeft() + QPoint(12, rect.height() / 2)));
+    QTRY_VERIFY_WITH_TIMEOUT(inputShape(window).isEmpty(), deadline);
+    const auto opacity
+        = [&] { return items(window, "_NET_WM_WINDOW_OPACITY").value(0, 0xFFFFFFFF) / double(0xFFFFFFFF); };
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        std::abs(opacity() - SettingsStore(m_home->settingsPath()).value(SettingKeys::autoHideOpacity())) <= 1.0 / 255,
+        qPrintable(QString::number(opacity())), deadline);
+    QVERIFY(xdotool({ u"click"_s, u"1"_s }));
+    QTRY_COMPARE_WITH_TIMEOUT(otherAppClicks(), 1, deadline);
+    QVERIFY(attributes(window)->map_state == XCB_MAP_STATE_VIEWABLE);
+    QVERIFY(above());
+    // The window system's leave, as the input goes through, does not end the hover.
+    QTest::qWait(300);
+    QVERIFY(inputShape(window).isEmpty());
+    QVERIFY(movePointer(QPoint(640, 2)));
+    QTRY_VERIFY_WITH_TIMEOUT(!inputShape(window).isEmpty(), deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(opacity(), 1.0, deadline);
+    setSetting(SettingKeys::autoHideOnHover(), false);
+
+    // Dragging the background moves it with the pointer; the corner handle resizes it; both are remembered.
+    QVERIFY(movePointer(rect.center(), { u"mousedown"_s, u"1"_s }));
+    for (const QPoint& step : { QPoint(15, 10), QPoint(30, 20), QPoint(40, 30) })
+        QVERIFY(movePointer(rect.center() + step));
+    QVERIFY(xdotool({ u"mouseup"_s, u"1"_s }));
+    const QRect moved = rect.translated(40, 30);
+    QTRY_COMPARE_WITH_TIMEOUT(geometry(window), moved, deadline);
+    const QPoint handle = moved.bottomRight() - QPoint(7, 7);
+    QVERIFY(movePointer(handle, { u"mousedown"_s, u"1"_s }));
+    for (int travel = 12; travel <= 60; travel += 12)
+        QVERIFY(movePointer(handle + QPoint(travel, 3)));
+    QVERIFY(xdotool({ u"mouseup"_s, u"1"_s }));
+    const ThemeConfig config = SettingsStore(m_home->settingsPath()).value(SettingKeys::activeThemeConfig());
+    const QRect resized(moved.topLeft(), QSize(960, qRound(960 / KeyboardScene::aspectRatio(config))));
+    QTRY_COMPARE_WITH_TIMEOUT(geometry(window), resized, deadline);
+    QCOMPARE(inputShape(window).boundingRect(), QRect(QPoint(0, 0), resized.size()));
+    QTRY_COMPARE_WITH_TIMEOUT(SettingsStore(m_home->settingsPath()).value(SettingKeys::windowWidth()), 960.0, deadline);
+    QCOMPARE(SettingsStore(m_home->settingsPath()).value(SettingKeys::windowX()).value_or(0), double(moved.x()));
+    // Laid out again for the new size.
+    QVERIFY(waitForColour(
+        facePoint(m_home->settingsPath(), resized, 0), styleIn(m_home->settingsPath()).keyBackground.toQColor()));
+}
+
+void TestE2e::escapeAndSettingsShortcutHeldBackOverThePanel()
+{
+    REQUIRE_X11();
+    STEP(startOtherApp());
+    setSetting(SettingKeys::keyboardVisible(), true);
+    setSetting(SettingKeys::escapeToHideOnHover(), true);
+    STEP(startOrdalis());
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    const QRect rect = geometry(panel());
+    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"x11"_s, deadline);
+    // Each check ends with a B, which always reaches the user's window: what came before it has arrived too.
+    const auto typedThenB = [&](const QString& keys) {
+        const qsizetype before = otherAppKeys().count(56);
+        return xdotool({ u"key"_s, u"--delay"_s, u"100"_s, keys, u"b"_s })
+            && QTest::qWaitFor([&] { return otherAppKeys().count(56) > before; }, deadline);
+    };
+    constexpr int escape = 9;
+    constexpr int comma = 59;
+
+    // Away from the panel, Escape is the user's.
+    QVERIFY(movePointer(QPoint(640, 2)));
+    QVERIFY(typedThenB(u"Escape"_s));
+    QCOMPARE(otherAppKeys().count(escape), 1);
+    QVERIFY(panel() != 0);
+
+    // Over it, Escape hides the keyboard and the user's window never sees it.
+    QVERIFY(movePointer(rect.center() + QPoint(0, rect.height() / 3)));
+    QTest::qWait(300);
+    QCOMPARE(focus(), m_otherWindow);
+    QVERIFY(typedThenB(u"Escape"_s));
+    QTRY_VERIFY_WITH_TIMEOUT(panel() == 0, deadline);
+    QCOMPARE(otherAppKeys().count(escape), 1);
+    QTRY_VERIFY_WITH_TIMEOUT(!SettingsStore(m_home->settingsPath()).value(SettingKeys::keyboardVisible()), deadline);
+
+    // Shown again under the pointer, and the pointer leaves: Escape is the user's again.
+    QVERIFY(tripleTap());
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    QVERIFY(movePointer(QPoint(640, 2)));
+    QTest::qWait(300);
+    QVERIFY(typedThenB(u"Escape"_s));
+    QCOMPARE(otherAppKeys().count(escape), 2);
+    QVERIFY(panel() != 0);
+
+    // Over it, Super+comma opens the settings, and the user's window sees Super, not the comma. The settings window
+    // takes the focus, so B is sent to the user's window directly, after whatever the comma did.
+    QVERIFY(movePointer(rect.center() + QPoint(5, rect.height() / 3)));
+    QTest::qWait(300);
+    QCOMPARE(focus(), m_otherWindow);
+    QVERIFY(xdotool({ u"key"_s, u"super+comma"_s }));
+    QTRY_VERIFY_WITH_TIMEOUT(named("Ordalis Settings") != 0, deadline);
+    QVERIFY(xdotool({ u"key"_s, u"--window"_s, QString::number(m_otherWindow), u"b"_s }));
+    QTRY_COMPARE_WITH_TIMEOUT(otherAppKeys().count(56), 4, deadline);
+    QVERIFY(otherAppKeys().contains(133));
+    QCOMPARE(otherAppKeys().count(comma), 0);
+    QVERIFY(panel() != 0);
+}
+
+void TestE2e::secretLeavesNoTrace()
+{
+    REQUIRE_X11();
+    constexpr char secret[] = "hunter2-Zq9";
+    {
+        // Every option a user can switch on, on; launch at login is switched on while it runs, which writes the
+        // autostart entry.
+        SettingsStore settings(m_home->settingsPath());
+        using namespace SettingKeys;
+        settings.setValue(keyboardVisible(), true);
+        settings.setValue(autoHideOnHover(), true);
+        settings.setValue(escapeToHideOnHover(), true);
+        settings.setValue(showOnScreenRecording(), true);
+        settings.setValue(hideOnScreenRecordingEnd(), true);
+        settings.setValue(enableGlobalHotkey(), true);
+        settings.setValue(hyperKeyModifiers(), std::uint64_t(0x1E0000));
+        settings.setValue(hyperKeyShowAsCapsLock(), true);
+        settings.setValue(automaticallyChecksForUpdates(), true);
+    }
+    const auto tmpEntries = [] {
+        const QStringList names = QDir(u"/tmp"_s).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        return QSet<QString>(names.cbegin(), names.cend());
+    };
+    const QSet<QString> tmpBefore = tmpEntries();
+    QProcessEnvironment debug;
+    debug.insert(u"QT_LOGGING_RULES"_s, u"*.debug=true"_s);
+    STEP(startOrdalis({}, debug));
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    QVERIFY(movePointer(QPoint(640, 2)));
+    const QString autostart = m_home->path(u"config/autostart/com.quietmakers.Ordalis.desktop"_s);
+    setSetting(SettingKeys::launchAtLogin(), true);
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(autostart), deadline);
+
+    // The secret typed as a password, then key by key with Shift held by hand, around it Caps Lock (remapped),
+    // Escape and the triple tap, which saves the settings while keys are read.
+    const QStringList typeSecret { u"type"_s, u"--delay"_s, u"40"_s, QString::fromLatin1(secret) };
+    QVERIFY(xdotool(typeSecret));
+    QVERIFY(xdotool({ u"key"_s, u"--delay"_s, u"40"_s, u"Return"_s, u"Caps_Lock"_s, u"h"_s, u"Caps_Lock"_s, u"Escape"_s,
+        u"h"_s, u"u"_s, u"n"_s, u"t"_s, u"e"_s, u"r"_s, u"2"_s, u"minus"_s, u"keydown"_s, u"Shift_R"_s, u"key"_s,
+        u"z"_s, u"keyup"_s, u"Shift_R"_s, u"key"_s, u"q"_s, u"9"_s }));
+    QVERIFY(tripleTap());
+    QTRY_VERIFY_WITH_TIMEOUT(panel() == 0, deadline);
+    QVERIFY(xdotool(typeSecret));
+    QVERIFY(tripleTap());
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    QVERIFY(xdotool(typeSecret));
+    STEP(stopOrdalis());
+
+    // Everything it could have written: its home, its output, anything new in /tmp.
+    QStringList searched = filesBelow(m_home->dir.path());
+    for (const QString& name : tmpEntries() - tmpBefore)
+        searched << (QFileInfo(u"/tmp/"_s + name).isDir() ? filesBelow(u"/tmp/"_s + name)
+                                                          : QStringList { u"/tmp/"_s + name });
+    QVERIFY(searched.contains(m_home->settingsPath()) && searched.contains(autostart));
+    // The secret in plain text, as its letters, and as runs of the key codes of "hunter" (layout, Linux, X).
+    const auto codes = [](const QList<int>& list) {
+        QStringList parts;
+        for (int code : list)
+            parts << QString::number(code);
+        return QRegularExpression(u"(?<!\\d)"_s + parts.join(u"\\D{1,24}"_s) + u"(?!\\d)"_s);
+    };
+    const auto noCase = QRegularExpression::CaseInsensitiveOption;
+    const QList<QRegularExpression> forms { QRegularExpression(
+                                                u"h\\W{0,3}u\\W{0,3}n\\W{0,3}t\\W{0,3}e\\W{0,3}r"_s, noCase),
+        QRegularExpression(u"z\\W{0,3}q\\W{0,3}9"_s, noCase), QRegularExpression(u"key_?h\\W{1,3}key_?u"_s, noCase),
+        codes({ 4, 32, 45, 17, 14, 15 }), codes({ 35, 22, 49, 20, 18, 19 }), codes({ 43, 30, 57, 28, 26, 27 }) };
+    // Its own lines name no key at all; Qt's debug lines (one per key event, without the key) are left out first,
+    // as they would space Ordalis's own lines too widely for the forms above.
+    static const QRegularExpression keyNames(
+        u"\\b(KEY_[A-Z0-9]+|Key_[A-Za-z0-9]+|keycode|key code|keysym|Shift_[LR]|Control_[LR]|Caps_Lock)\\b"_s, noCase);
+    static const QRegularExpression qtLine(u"^(qt\\.[\\w.]+:|\\s).*\\n?"_s, QRegularExpression::MultilineOption);
+    for (const QString& path : std::as_const(searched)) {
+        QFile file(path);
+        if (file.size() > 16 * 1024 * 1024 || !file.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray content = file.readAll();
+        QVERIFY2(!content.toLower().contains("hunter2"), qPrintable(path));
+        QVERIFY2(!content.contains(QByteArray(reinterpret_cast<const char*>(u"hunter2"), 14)), qPrintable(path));
+        QString text = QString::fromLatin1(content);
+        if (path.contains(u"/output/"_s)) {
+            QVERIFY2(!keyNames.match(text).hasMatch(), qPrintable(path + u": "_s + keyNames.match(text).captured()));
+            text += u'\n' + QString(text).remove(qtLine);
+        }
+        for (const QRegularExpression& form : forms)
+            QVERIFY2(!form.match(text).hasMatch(), qPrintable(path + u": "_s + form.match(text).captured()));
+    }
+}
+
+void TestE2e::typingSession()
+{
+    REQUIRE_X11();
+    // A short burst by default; ORDALIS_LONG_RUN_SECONDS makes it a soak whose memory must stay flat.
+    const int seconds = qMax(8, qEnvironmentVariableIntValue("ORDALIS_LONG_RUN_SECONDS"));
+    const bool soak = seconds >= 60;
+    setSetting(SettingKeys::keyboardVisible(), true);
+    setSetting(SettingKeys::hyperKeyModifiers(), std::uint64_t(0x1E0000));
+    STEP(startOrdalis());
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    QVERIFY(movePointer(QPoint(640, 2)));
+    QRandomGenerator random(QRandomGenerator::system()->generate());
+    qint64 keys = 0;
+    qint64 startKb = -1;
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < qint64(seconds) * 1000) {
+        // Ten keys a second.
+        QVERIFY(xdotool(QStringList { u"key"_s, u"--delay"_s, u"90"_s } + someKeys(random)));
+        keys += 10;
+        QCOMPARE(m_ordalis->state(), QProcess::Running);
+        if (soak && startKb < 0 && timer.elapsed() > 15000)
+            startKb = residentKb(m_ordalis->processId());
+    }
+    const qint64 endKb = residentKb(m_ordalis->processId());
+    qInfo("%lld keys in %d s; resident memory after the warm-up %lld kB, at the end %lld kB", keys, seconds, startKb,
+        endKb);
+    // Room for allocator noise, not for a leak per key.
+    if (soak)
+        QVERIFY2(endKb - startKb <= 5 * 1024, qPrintable(u"grew by %1 kB"_s.arg(endKb - startKb)));
+    QVERIFY(panel() != 0);
+    STEP(stopOrdalis());
+}
+
+// --- In a Wayland session ------------------------------------------------------------------------------------------
+
+void TestE2e::waylandSessionReadsTheDevices()
+{
+    if (!have({ u"weston"_s, u"Xwayland"_s, u"xdotool"_s, u"xwininfo"_s }) || m_bus.address().isEmpty())
+        QSKIP("needs weston, Xwayland, xdotool, xwininfo and dbus-daemon");
+    // weston starts XWayland on the first X client and says on which display.
+    const QString log = m_home->path(u"weston.log"_s);
+    QProcessEnvironment env = m_home->environment();
+    const Helper weston = launch(u"weston"_s,
+        { u"--backend=headless-backend.so"_s, u"--xwayland"_s, u"--socket=ordalis-test"_s, u"--idle-time=0"_s,
+            u"--log="_s + log },
+        env);
+    QVERIFY(weston);
+    QString display;
+    static const QRegularExpression listening(u"xserver listening on display (:\\d+)"_s);
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            return !(display = listening.match(QString::fromUtf8(m_home->read(u"weston.log"_s))).captured(1)).isEmpty();
+        },
+        deadline));
+    QProcessEnvironment onDisplay = QProcessEnvironment::systemEnvironment();
+    onDisplay.insert(u"DISPLAY"_s, display);
+    const auto hasWindow = [&](const QString& title) {
+        return run(u"xwininfo"_s, { u"-root"_s, u"-tree"_s }, onDisplay).out.contains((u'"' + title + u'"').toUtf8());
+    };
+    const auto windowId = [&](const QString& title) {
+        return QString::fromLatin1(
+            run(u"xdotool"_s, { u"search"_s, u"--name"_s, title }, onDisplay).out.split('\n').first());
+    };
+
+    // A keyboard for the key helper's test build: a named pipe with the keys it has (A, Z, space), kept open here.
+    const QString devices = m_home->path(u"devices"_s);
+    QVERIFY(QDir().mkpath(devices));
+    const QByteArray keyboard = QFile::encodeName(devices + u"/event0"_s);
+    QCOMPARE(::mkfifo(keyboard.constData(), 0600), 0);
+    const int device = ::open(keyboard.constData(), O_RDWR | O_CLOEXEC);
+    QVERIFY(device >= 0);
+    QByteArray header(2 * 96 + 1, '\0');
+    for (int code : { KEY_A, KEY_Z, KEY_SPACE })
+        header[code / 8] = char(header[code / 8] | 1 << code % 8);
+    QCOMPARE(::write(device, header.constData(), std::size_t(header.size())), ssize_t(header.size()));
+    const auto type = [device](int value) {
+        input_event events[2] {};
+        events[0] = { {}, EV_KEY, KEY_A, value };
+        events[1] = { {}, EV_SYN, SYN_REPORT, 0 };
+        return ::write(device, events, sizeof events) == ssize_t(sizeof events);
+    };
+    // Started as pkexec would start the helper, without a password; it notes its process id.
+    const QString launcher = m_home->path(u"launcher.sh"_s);
+    QFile script(launcher);
+    QVERIFY(script.open(QIODevice::WriteOnly));
+    script.write(u"#!/bin/sh\necho $$ >> '%1'\nexec '%2' --device-dir '%3'\n"_s
+                     .arg(m_home->path(u"helper-pids"_s), QStringLiteral(ORDALIS_KEYHELPER_TESTING_BINARY), devices)
+                     .toUtf8());
+    script.close();
+    QVERIFY(script.setPermissions(script.permissions() | QFileDevice::ExeOwner));
+    const auto lastHelper
+        = [&] { return pid_t(m_home->read(u"helper-pids"_s).trimmed().split('\n').last().toLongLong()); };
+    const auto helpers = [&] { return m_home->read(u"helper-pids"_s).count('\n'); };
+
+    QProcessEnvironment session;
+    session.insert(u"XDG_SESSION_TYPE"_s, u"wayland"_s);
+    session.insert(u"WAYLAND_DISPLAY"_s, u"ordalis-test"_s);
+    session.insert(u"DISPLAY"_s, display);
+    session.insert(u"ORDALIS_KEYHELPER_LAUNCHER"_s, launcher);
+    STEP(startOrdalis({}, session));
+
+    // The window goes through XWayland; no keyboard is readable, so keys wait until the user allows them.
+    QTRY_VERIFY_WITH_TIMEOUT(hasWindow(u"Ordalis Keyboard"_s), deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"none"_s, deadline);
+    const QString request = u"Ordalis needs permission to see which keys you press"_s;
+    QTRY_VERIFY_WITH_TIMEOUT(hasWindow(request), deadline);
+    // Return on the request allows key access. A headless XWayland has no keyboard focus of its own, so the key
+    // is sent to the request's window directly.
+    run(u"xdotool"_s, { u"key"_s, u"--window"_s, windowId(request), u"Return"_s }, onDisplay);
+    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"helper"_s, deadline);
+    QVERIFY(!hasWindow(request));
+
+    // A key pressed on the keyboard lights its cap (amber in the default theme) and goes dark when let go.
+    const xcb_window_t panelWindow = windowId(u"Ordalis Keyboard"_s).toUInt();
+    const auto red = [&] {
+        xcb_connection_t* c = xcb_connect(display.toLatin1().constData(), nullptr);
+        const Reply<xcb_get_image_reply_t> image(xcb_get_image_reply(
+            c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, panelWindow, 128, 190, 1, 1, ~0U), nullptr));
+        quint32 value = 0;
+        const bool ok = image && xcb_get_image_data_length(image.get()) >= 4;
+        if (ok)
+            std::memcpy(&value, xcb_get_image_data(image.get()), 4);
+        xcb_disconnect(c);
+        return ok ? qRed(value) : -1;
+    };
+    const auto lit = [&] { return red() > 150; };
+    const auto dark = [&] { return red() >= 0 && red() < 80; };
+    QTRY_VERIFY_WITH_TIMEOUT(dark(), deadline);
+    QVERIFY(type(1));
+    QTRY_VERIFY_WITH_TIMEOUT(lit(), deadline);
+    QVERIFY(type(0));
+    QTRY_VERIFY_WITH_TIMEOUT(dark(), deadline);
+
+    // A helper that dies with a key held lets go of it and is started once more; when that one dies too, keys stop
+    // and the user is told, once.
+    QVERIFY(type(1));
+    QTRY_VERIFY_WITH_TIMEOUT(lit(), deadline);
+    QCOMPARE(helpers(), 1);
+    ::kill(lastHelper(), SIGKILL);
+    QTRY_VERIFY_WITH_TIMEOUT(dark(), deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(helpers(), 2, deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"helper"_s, deadline);
+    ::kill(lastHelper(), SIGKILL);
+    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"none"_s, deadline);
+    QTRY_VERIFY_WITH_TIMEOUT(hasWindow(u"Ordalis cannot see which keys you press"_s), deadline);
+    QTest::qWait(3000);
+    QCOMPARE(helpers(), 2);
+    ::close(device);
+    STEP(stopOrdalis());
+}
+
+int main(int argc, char** argv)
+{
+    // Before anything connects to a display: the test brings its own and never touches the user's. Xvfb picks the
+    // first free display and tells its number; without it the test runs offscreen and the desktop scenarios skip.
+    const int seconds = qEnvironmentVariableIntValue("ORDALIS_LONG_RUN_SECONDS");
+    if (seconds > 0 && qEnvironmentVariableIsEmpty("QTEST_FUNCTION_TIMEOUT"))
+        qputenv("QTEST_FUNCTION_TIMEOUT", QByteArray::number((qint64(seconds) + 300) * 1000));
+    const Helper server = startXServer(screenSize.width(), screenSize.height());
+    QTemporaryDir runtimeDir;
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtimeDir.path()));
+    QGuiApplication app(argc, argv);
+    TestE2e test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "teste2e.moc"
