@@ -1,6 +1,5 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# Tests of the keyboard panel. Included from tests/CMakeLists.txt.
-ordalis_add_test(testkeyboardpanel LIBS ordalis_panel)
+# Tests of the panel inside the whole program. Included from tests/CMakeLists.txt.
 ordalis_add_test(testapplicationpanel LIBS ordalis_app)
 
 # Starts its own Xvfb and openbox, runs the real program and types with xdotool; skips when any is missing.
