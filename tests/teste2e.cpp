@@ -535,7 +535,7 @@ void TestE2e::controlsTheRunningInstance()
     offscreen.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
     STEP(startOrdalis({ u"--theme"_s, u"Black"_s }, offscreen));
     QVERIFY(QTest::qWaitFor([&] { return client.interface()->isServiceRegistered(service).value(); }, deadline));
-    QCOMPARE(stored(), u"Black"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(stored(), u"Black"_s, deadline);
     // No tray on the offscreen platform, so the keyboard shows from the start.
     QCOMPARE(DBusTest::visible(client), QVariant(true));
 

@@ -33,7 +33,7 @@ void TestLinuxKeymap::wholeTable()
         modifiers += entry.kind == Kind::modifier;
         // Right Control (62) is the one key reported that the laptop board does not draw.
         if (entry.keyCode != 62)
-            QVERIFY2(keyForCode(entry.keyCode), qPrintable(QString::number(code)));
+            QVERIFY2(allLayoutKeyCodes().contains(entry.keyCode), qPrintable(QString::number(code)));
         // Media keys deliberately share the F-key that carries their symbol; every other key has its own code.
         if (entry.kind == Kind::media)
             continue;

@@ -3,8 +3,6 @@
 
 #include <QtGlobal>
 
-#include <array>
-#include <cstddef>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -137,35 +135,6 @@ KeyRow modifierRow()
     };
 }
 
-// Large enough for every real virtual key code and the made-up Touch ID code.
-constexpr std::size_t lookupSize = 1024;
-static_assert(touchIDKeyCode < lookupSize);
-
-using LookupTable = std::array<const KeyDef*, lookupSize>;
-
-const LookupTable& lookupTable()
-{
-    static const LookupTable table = [] {
-        LookupTable result {};
-        const auto add = [&result](const KeyDef& key) {
-            Q_ASSERT(key.keycode < lookupSize);
-            Q_ASSERT(result[key.keycode] == nullptr);
-            result[key.keycode] = &key;
-        };
-        // The pointers stay valid: the table and the arrows are never modified, so their storage never moves.
-        for (const KeyRow& row : keyboardLayout()) {
-            for (const KeyDef& key : row)
-                add(key);
-        }
-        add(leftArrowKey());
-        add(rightArrowKey());
-        add(downArrowKey());
-        add(upArrowKey());
-        return result;
-    }();
-    return table;
-}
-
 } // namespace
 
 const QList<KeyRow>& keyboardLayout()
@@ -203,13 +172,6 @@ const KeyDef& upArrowKey()
 {
     static const KeyDef key = makeKey(126, u"↑"_s);
     return key;
-}
-
-const KeyDef* keyForCode(KeyCode code)
-{
-    if (code >= lookupSize)
-        return nullptr;
-    return lookupTable()[code];
 }
 
 const QList<KeyCode>& allLayoutKeyCodes()

@@ -37,8 +37,6 @@ const KeyDef& rightArrowKey();
 const KeyDef& downArrowKey();
 const KeyDef& upArrowKey();
 
-/** Constant-time lookup over the board and the four arrows; nullptr for a code no key has. */
-const KeyDef* keyForCode(KeyCode code);
 
 /** Every key code of the board and the arrows (79 codes), in board order with the arrows last. */
 const QList<KeyCode>& allLayoutKeyCodes();

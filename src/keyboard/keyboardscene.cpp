@@ -56,7 +56,7 @@ struct KeyboardScene::Private
         : settings(settingsStore)
         , clock(sceneClock)
         , monitor(keyMonitor)
-        , caps(SymbolIcons::shared(), ShadowCache::shared())
+        , caps(SymbolIcons::shared(), shadows)
         , animator(clock)
     {
     }
@@ -64,6 +64,7 @@ struct KeyboardScene::Private
     SettingsStore& settings;
     Clock& clock;
     QPointer<KeyboardMonitor> monitor;
+    ShadowCache shadows;
     KeyCapView caps;
     KeyPressAnimator animator;
     Clock::JobHandle frameJob = 0;

@@ -89,7 +89,6 @@ KeyboardView::KeyboardView(const ThemeConfig& config, const QRectF& rect, std::o
     const double stackHeight = rowCount * keyHeight + std::max(rowCount - 1, 0) * s;
     const double left = rect.left() + (rect.width() - stackWidth) / 2;
     const double top = rect.top() + (rect.height() - stackHeight) / 2;
-    m_bounds = QRectF(left, top, stackWidth, stackHeight);
 
     m_keys.reserve(allLayoutKeyCodes().size());
     for (int r = 0; r < rowCount; ++r) {

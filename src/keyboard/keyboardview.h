@@ -84,12 +84,9 @@ public:
     const QList<KeyPlacement>& keys() const { return m_keys; }
     /** The placement of the key with `code`, or nullptr. */
     const KeyPlacement* placement(KeyCode code) const;
-    /** The rows' bounding box. */
-    QRectF boundingRect() const { return m_bounds; }
 
 private:
     double m_unitSize = 0;
     ThemeStyle m_style;
     QList<KeyPlacement> m_keys;
-    QRectF m_bounds;
 };

@@ -48,8 +48,6 @@ public:
      * then dropped so that their final frame is the last one drawn.
      */
     QList<KeyCode> takeAnimatingKeys();
-    /** Keys with a running animation, as of the last takeAnimatingKeys() or change. */
-    QList<KeyCode> animatingKeys() const { return m_running.keys(); }
 
 private:
     struct Animation

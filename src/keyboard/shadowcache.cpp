@@ -622,12 +622,6 @@ struct ShadowCache::Private
     }
 };
 
-ShadowCache& ShadowCache::shared()
-{
-    static ShadowCache cache;
-    return cache;
-}
-
 ShadowCache::ShadowCache(qint64 maxBytes)
     : d(std::make_unique<Private>(std::max<qint64>(maxBytes, 0)))
 {
@@ -713,14 +707,3 @@ void ShadowCache::gaussianBlur(QImage& image, double sigma)
     blurBytes(image, sigma, sigma);
 }
 
-void ShadowCache::clear()
-{
-    d->pieces.clear();
-    d->dropMasks.clear();
-    d->innerMasks.clear();
-}
-
-qint64 ShadowCache::bytesUsed() const
-{
-    return d->pieces.totalCost() + d->dropMasks.totalCost() + d->innerMasks.totalCost();
-}

@@ -39,8 +39,8 @@ struct InnerShadowSpec
  * A blur radius is the toolkit's shadow radius: a Gaussian with sigma = radius / 2. NaN or negative lengths count
  * as 0 and infinite ones are capped; the blur stops at a sigma of 200 device pixels.
  *
- * A cache is not thread-safe: use it from one thread (shared() belongs to the GUI thread). gaussianBlur() may run
- * on any thread.
+ * A cache is not thread-safe: use it from one thread (each scene keeps its own, on the GUI thread). gaussianBlur()
+ * may run on any thread.
  */
 class ShadowCache
 {
@@ -56,7 +56,6 @@ public:
         bool isNull() const { return image.isNull(); }
     };
 
-    static ShadowCache& shared();
 
     explicit ShadowCache(qint64 maxBytes = 32 * 1024 * 1024);
     ~ShadowCache();
@@ -82,10 +81,6 @@ public:
      * Alpha8 image is blurred as it is; any other format is converted to ARGB32_Premultiplied first.
      */
     static void gaussianBlur(QImage& image, double sigma);
-
-    void clear();
-    /** Bytes held by the cached pieces and the blurred shapes behind them. */
-    qint64 bytesUsed() const;
 
 private:
     struct Private;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "keyboard/symbolicons.h"
 
-#include <QFile>
 #include <QHash>
 #include <QPainter>
 #include <QSvgRenderer>
@@ -231,11 +230,6 @@ SymbolIcons& SymbolIcons::shared()
     return icons;
 }
 
-bool SymbolIcons::hasSymbol(const QString& name)
-{
-    return find(name) != nullptr;
-}
-
 QStringList SymbolIcons::symbolNames()
 {
     return catalogue().names;
@@ -244,12 +238,6 @@ QStringList SymbolIcons::symbolNames()
 double SymbolIcons::boxSide(double pointSize)
 {
     return 1.2 * pointSize;
-}
-
-QString SymbolIcons::fileFor(const QString& name, double pointSize, SymbolWeight weight)
-{
-    const Symbol* symbol = find(name);
-    return symbol ? catalogue().files[fileOf(*symbol, pointSize, weight)] : QString();
 }
 
 QImage SymbolIcons::image(const QString& name, double pointSize, SymbolWeight weight, const QColor& colour,
@@ -290,12 +278,4 @@ void SymbolIcons::paint(QPainter& painter, const QRectF& box, const QString& nam
         topLeft = toDevice.inverted().map(QPointF(std::round(onDevice.x()), std::round(onDevice.y())));
     }
     painter.drawImage(topLeft, symbol);
-}
-
-QString SymbolIcons::licenseText()
-{
-    QFile file(u":/symbols/LICENSE"_s);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll());
 }

@@ -29,16 +29,10 @@ class SymbolIcons
 public:
     static SymbolIcons& shared();
 
-    static bool hasSymbol(const QString& name);
     /** Every known symbol name, in a fixed order. */
     static QStringList symbolNames();
     /** Side of the square box a symbol of font size `pointSize` is drawn in (1.2 × pointSize). */
     static double boxSide(double pointSize);
-    /**
-     * The resource file drawn for `name` at font size `pointSize` and `weight`, e.g. ":/symbols/bold/globe-bold.svg".
-     * Empty for unknown names.
-     */
-    static QString fileFor(const QString& name, double pointSize, SymbolWeight weight);
 
     /**
      * Tinted symbol image, box of boxSide(pointSize) logical px, rendered at `devicePixelRatio`, devicePixelRatio set
@@ -53,9 +47,6 @@ public:
      */
     void paint(QPainter& painter, const QRectF& box, const QString& name, double pointSize, SymbolWeight weight,
         const QColor& colour, bool mirrored = false);
-
-    /** Phosphor's licence text, for the About box. */
-    static QString licenseText();
 
     /** Largest side, in device pixels, of an image this class renders. */
     static constexpr int maxDevicePixels() { return 2048; }

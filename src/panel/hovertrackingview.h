@@ -44,9 +44,6 @@ public:
     /** Where the pointer is, in global coordinates; QCursor::pos() unless replaced (nullptr restores it). */
     void setPointerReader(std::function<QPoint()> reader);
 
-    /** Whether the pointer position is being watched (only while the panel lets clicks through). */
-    bool isProbing() const { return m_probe != 0; }
-
 protected:
     bool event(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;

@@ -35,14 +35,12 @@ public:
     ~KeyboardContentView() override;
 
     KeyboardScene& scene() const { return *m_scene; }
-    ResizeHandle* resizeHandle() const { return m_handle; }
 
     /**
      * Hides the keyboard and the handle while the panel's size changes. The keyboard is laid out only when it shows
      * again, for the size it has then.
      */
     void setContentHidden(bool hidden);
-    bool isContentHidden() const { return m_hidden; }
 
     /** Fills `menu` with the context menu as the settings stand now. */
     void populateContextMenu(QMenu& menu);

@@ -293,20 +293,19 @@ void KeyboardPanel::hideResizeOverlay()
 
 void KeyboardPanel::hoverEntered()
 {
-    if (!m_settings.value(SettingKeys::autoHideOnHover()) || m_autoHideOverride)
+    if (!m_settings.value(SettingKeys::autoHideOnHover()))
         return;
     fadeTo(m_settings.value(SettingKeys::autoHideOpacity()));
     m_clock.cancel(m_clickThroughJob);
     m_clickThroughJob = m_clock.schedule(fadeDuration, this, [this] {
         m_clickThroughJob = 0;
-        if (m_isHovering && m_settings.value(SettingKeys::autoHideOnHover()) && !m_autoHideOverride)
+        if (m_isHovering && m_settings.value(SettingKeys::autoHideOnHover()))
             setClickThrough(true);
     });
 }
 
 void KeyboardPanel::hoverExited()
 {
-    m_autoHideOverride = false;
     m_clock.cancel(m_clickThroughJob);
     m_clickThroughJob = 0;
     // Also when auto-hide was switched off elsewhere meanwhile: a faded, click-through panel that nothing restores
@@ -328,7 +327,6 @@ void KeyboardPanel::toggleAutoHide()
     m_clock.cancel(m_clickThroughJob);
     m_clickThroughJob = 0;
     setClickThrough(false);
-    m_autoHideOverride = false;
     fadeTo(1.0);
 }
 

@@ -82,17 +82,13 @@ public:
             emit hoveringChanged(hovering);
     }
 
-    /** While true, hovering neither fades the panel nor lets clicks through. Cleared on leaving and by toggling. */
-    bool autoHideOverride() const { return m_autoHideOverride; }
-    void setAutoHideOverride(bool on) { m_autoHideOverride = on; }
-
     /** Clock time at which the panel was last shown, set by whoever shows it; minus infinity before that. */
     double shownAt() const { return m_shownAt; }
     void setShownAt(double time) { m_shownAt = time; }
 
     /** Called right after isHovering became true: fades and, 0.15 s later, lets clicks through if auto-hide is on. */
     void hoverEntered();
-    /** Called right after isHovering became false: clears the override and comes back to full opacity. */
+    /** Called right after isHovering became false: comes back to full opacity. */
     void hoverExited();
     /** Switches "autoHideOnHover" over; switched on while hovering, the panel fades at once. */
     void toggleAutoHide();
@@ -101,11 +97,6 @@ public:
     void showResizeOverlay();
     /** Removes the placeholder and shows the keyboard again, laid out for the current size. */
     void hideResizeOverlay();
-    /** The placeholder while the size is changing, else nullptr. */
-    QWidget* resizeOverlay() const { return m_resizeOverlay; }
-
-    /** The panel's opacity as animated (the window keeps it only to 1/255). */
-    double alphaValue() const { return m_alpha.value(); }
     /** Pointer clicks pass through to the windows below. */
     bool isClickThrough() const { return m_clickThrough; }
 
@@ -141,7 +132,6 @@ private:
     double m_ratio = 2.67;
     QRectF m_frame;
     bool m_isHovering = false;
-    bool m_autoHideOverride = false;
     double m_shownAt = -std::numeric_limits<double>::infinity();
     bool m_clickThrough = false;
     bool m_applyingFrame = false;

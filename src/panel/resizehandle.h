@@ -43,12 +43,6 @@ public:
     /** Side of the square handle, in whole logical pixels. */
     static int side();
 
-    bool isHovering() const { return m_isHovering; }
-    /** 0 at rest, 1 hovered; in between while the look changes. */
-    double hoverProgress() const { return m_hover.value(); }
-    /** A drag is resizing the panel. */
-    bool isDragging() const { return m_dragStart.has_value(); }
-
     /** Draws nothing while concealed (the panel's placeholder stands in for everything); a drag goes on. */
     void setConcealed(bool concealed);
 

@@ -48,9 +48,9 @@ std::optional<QByteArray> encodeDocument(const QList<NamedTheme>& themes)
     return ThemeJson::encodeDocument(themes);
 }
 
-// Gives the names ThemeLibrary::uniqueThemeName() would give while a list grows, in constant time per name. An
-// imported document may hold thousands of themes of one name; looking each suffix up in the whole list again takes
-// time cubic in their number, minutes for a file of a few hundred kilobytes.
+// Gives each name the first free suffix, always on the name as given (Dark, Dark 2, Dark 3, never Dark 2 2), in
+// constant time per name. An imported document may hold thousands of themes of one name; looking each suffix up in
+// the whole list again takes time cubic in their number, minutes for a file of a few hundred kilobytes.
 class UniqueNames
 {
 public:
@@ -146,19 +146,6 @@ QString trimmedThemeName(const QString& name)
     return name.mid(begin, end - begin);
 }
 
-QString uniqueThemeName(const QString& name, const QList<NamedTheme>& saved)
-{
-    const auto taken = [&](const QString& candidate) {
-        return std::any_of(
-            saved.begin(), saved.end(), [&](const NamedTheme& theme) { return theme.name == candidate; });
-    };
-    QString candidate = name;
-    // The suffix always goes on the name as given: Dark, Dark 2, Dark 3, never Dark 2 2.
-    for (qsizetype n = 2; taken(candidate); ++n)
-        candidate = name + u' ' + QString::number(n);
-    return candidate;
-}
-
 std::optional<QByteArray> exportActiveTheme(const SettingsStore& settings)
 {
     QList<NamedTheme> saved = settings.value(SettingKeys::savedThemes());
@@ -223,11 +210,6 @@ void ThemeLibraryEditor::setBaseThemeID(const std::optional<QUuid>& id)
 bool ThemeLibraryEditor::isCurrentConfigUnsaved() const
 {
     return ThemeLibrary::isCurrentConfigUnsaved(m_settings);
-}
-
-bool ThemeLibraryEditor::offersReplace(const QUuid& id) const
-{
-    return m_baseThemeID == id && isCurrentConfigUnsaved();
 }
 
 bool ThemeLibraryEditor::canDeleteThemes() const

@@ -41,9 +41,6 @@ void chooseThemeFromMenu(SettingsStore& settings, const NamedTheme& theme);
 /** `name` without leading and trailing spaces and tabs (line breaks are kept). */
 QString trimmedThemeName(const QString& name);
 
-/** `name` if no entry of `saved` carries it, else the first free of "name 2", "name 3", ... */
-QString uniqueThemeName(const QString& name, const QList<NamedTheme>& saved);
-
 /**
  * A theme document holding the active theme: the first saved entry named like "activeThemeName" as saved, or, when
  * there is none, a new theme (fresh id) of that name with the active configuration. Numbers are rounded to three
@@ -89,8 +86,6 @@ public:
 
     /** Whether the "Current (unsaved)" row is shown. */
     bool isCurrentConfigUnsaved() const;
-    /** Whether the row of entry `id` offers "Replace with current config". */
-    bool offersReplace(const QUuid& id) const;
     /** Whether "Delete" is offered: the list holds at least two entries. */
     bool canDeleteThemes() const;
     /** Whether the plus button beside the "Save as theme..." field is enabled. */
