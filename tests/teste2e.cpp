@@ -13,22 +13,23 @@
 #include "keyboard/keyboardscene.h"
 #include "theme/themesettings.h"
 #include "theme/themestyle.h"
-#include "x11testsupport.h"
 
 #include <QDBusConnectionInterface>
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QPixmap>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QScreen>
 #include <QSet>
-#include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -39,15 +40,140 @@
 #include <unistd.h>
 #include <xcb/shape.h>
 #include <xcb/xcb.h>
-// WORKAROUND: xcb/xkb.h names a struct field `explicit`, which is a keyword in C++ (libxcb 1.15).
-#define explicit explicit_
-#include <xcb/xkb.h>
-#undef explicit
 
 using namespace Qt::StringLiterals;
-using namespace X11Test;
 
 namespace {
+
+/** Milliseconds any one thing may take to show up on a busy two-core machine. */
+constexpr int deadline = 20000;
+
+template <typename T> struct FreeDeleter
+{
+    void operator()(T* p) const { std::free(p); }
+};
+
+template <typename T> using Reply = std::unique_ptr<T, FreeDeleter<T>>;
+
+/** Ends a helper program: asks it to, and waits until it has. */
+struct Ending
+{
+    void operator()(QProcess* process) const
+    {
+        process->terminate();
+        process->waitForFinished(deadline);
+        delete process;
+    }
+};
+
+using Helper = std::unique_ptr<QProcess, Ending>;
+
+/**
+ * Starts a helper program that ends with the test, also when a timeout kills the test; null when it did not start.
+ * Its output goes to the files named, or is kept for reading; its errors are passed on unless a file is named.
+ */
+Helper launch(const QString& program, const QStringList& args, const QProcessEnvironment& env, const QString& out = {},
+    const QString& err = {})
+{
+    Helper process(new QProcess);
+    process->setProcessEnvironment(env);
+    process->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+    if (!out.isEmpty())
+        process->setStandardOutputFile(out);
+    if (err.isEmpty())
+        process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    else
+        process->setStandardErrorFile(err);
+    process->start(program, args);
+    return process->waitForStarted(deadline) ? std::move(process) : nullptr;
+}
+
+xcb_connection_t* connection()
+{
+    return qGuiApp->nativeInterface<QNativeInterface::QX11Application>()->connection();
+}
+
+xcb_window_t root()
+{
+    return xcb_setup_roots_iterator(xcb_get_setup(connection())).data->root;
+}
+
+xcb_atom_t atom(const char* name)
+{
+    const Reply<xcb_intern_atom_reply_t> reply(
+        xcb_intern_atom_reply(connection(), xcb_intern_atom(connection(), 0, quint16(qstrlen(name)), name), nullptr));
+    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+}
+
+/** The bytes of a property, empty when it is missing. */
+QByteArray propertyBytes(xcb_window_t window, const char* name)
+{
+    const Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection(),
+        xcb_get_property(connection(), 0, window, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0, 4096), nullptr));
+    if (!reply)
+        return {};
+    return { static_cast<const char*>(xcb_get_property_value(reply.get())),
+        xcb_get_property_value_length(reply.get()) };
+}
+
+/** Where `window` lies on the screen. */
+QRect geometry(xcb_window_t window)
+{
+    xcb_connection_t* c = connection();
+    const Reply<xcb_get_geometry_reply_t> size(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+    const Reply<xcb_translate_coordinates_reply_t> place(
+        xcb_translate_coordinates_reply(c, xcb_translate_coordinates(c, window, root(), 0, 0), nullptr));
+    return size && place ? QRect(place->dst_x, place->dst_y, size->width, size->height) : QRect();
+}
+
+bool xdotool(const QStringList& args)
+{
+    return QProcess::execute(u"xdotool"_s, args) == 0;
+}
+
+/** Whether two colours agree to within rounding. */
+bool near(const QColor& a, const QColor& b)
+{
+    return std::abs(a.red() - b.red()) <= 2 && std::abs(a.green() - b.green()) <= 2
+        && std::abs(a.blue() - b.blue()) <= 2;
+}
+
+QColor screenColour(const QPoint& point)
+{
+    const QImage pixel = QGuiApplication::primaryScreen()->grabWindow(0, point.x(), point.y(), 1, 1).toImage();
+    return pixel.isNull() ? QColor() : pixel.pixelColor(0, 0);
+}
+
+/** Waits until the screen at `point` shows `colour`; says what it shows instead when it never does. */
+bool waitForColour(const QPoint& point, const QColor& colour)
+{
+    if (QTest::qWaitFor([&] { return near(screenColour(point), colour); }, deadline))
+        return true;
+    qWarning("%d,%d shows %s, not %s", point.x(), point.y(), qPrintable(screenColour(point).name()),
+        qPrintable(colour.name()));
+    return false;
+}
+
+/**
+ * Starts a private Xvfb on the first free display and points DISPLAY and the Qt platform at it (offscreen when it
+ * could not start, so the tests skip). Call it before the QGuiApplication exists; keep the result for the whole run.
+ */
+Helper startXServer(int width, int height)
+{
+    Helper server = QStandardPaths::findExecutable(u"Xvfb"_s).isEmpty()
+        ? nullptr
+        : launch(u"Xvfb"_s,
+            { u"-displayfd"_s, u"1"_s, u"-nolisten"_s, u"tcp"_s, u"-screen"_s, u"0"_s,
+                u"%1x%2x24"_s.arg(width).arg(height) },
+            QProcessEnvironment::systemEnvironment());
+    QByteArray display;
+    while (server && !display.endsWith('\n') && server->waitForReadyRead(deadline))
+        display += server->readAllStandardOutput();
+    display = display.trimmed();
+    qputenv("DISPLAY", display.isEmpty() ? QByteArray() : ':' + display);
+    qputenv("QT_QPA_PLATFORM", display.isEmpty() ? "offscreen" : "xcb");
+    return server;
+}
 
 constexpr QSize screenSize(1280, 800);
 
@@ -279,9 +405,6 @@ class TestE2e final : public QObject
 {
     Q_OBJECT
 
-signals:
-    void propertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList& invalidated);
-
 private slots:
     void initTestCase();
     void init();
@@ -482,13 +605,6 @@ void TestE2e::answersWithoutADisplay_data()
                                     << "ordalis: Unknown option 'shw'."_ba;
     QTest::newRow("unknown theme") << QStringList { u"--theme"_s, u"Nope"_s } << 2 << QByteArray()
                                    << "ordalis: no saved theme is named \"Nope\"; saved themes: Spacegray, Chiclet"_ba;
-    QTest::newRow("hide, nothing running") << QStringList { u"--hide"_s } << 0 << QByteArray() << QByteArray();
-    QTest::newRow("quit, nothing running") << QStringList { u"--quit"_s } << 0 << QByteArray() << QByteArray();
-    QTest::newRow("unknown key") << QStringList { u"--render=x.png"_s, u"--keys=a,meta"_s } << 2 << QByteArray()
-                                 << "ordalis: no key is named \"meta\""_ba;
-    QTest::newRow("unreadable theme file")
-        << QStringList { u"--render=x.png"_s, u"--theme-file=/nonexistent.json"_s } << 2 << QByteArray()
-        << "ordalis: cannot read the theme file /nonexistent.json"_ba;
     QTest::newRow("unwritable picture") << QStringList { u"--render=/nonexistent/x.png"_s } << 1 << QByteArray()
                                         << "ordalis: cannot write /nonexistent/x.png"_ba;
 }
@@ -517,17 +633,6 @@ void TestE2e::controlsTheRunningInstance()
         QSKIP("dbus-daemon is not installed or did not start");
     QDBusConnection client = m_bus.connect();
     const QString service = QString::fromLatin1(DBusTest::ordalisService);
-    QSignalSpy changes(this, &TestE2e::propertiesChanged);
-    QVERIFY(client.connect(service, QString::fromLatin1(DBusTest::ordalisPath), u"org.freedesktop.DBus.Properties"_s,
-        u"PropertiesChanged"_s, this, SIGNAL(propertiesChanged(QString, QVariantMap, QStringList))));
-    const auto visibleChanges = [&] {
-        QList<bool> values;
-        for (const QList<QVariant>& change : std::as_const(changes)) {
-            if (change.at(1).toMap().contains(u"Visible"_s))
-                values << change.at(1).toMap().value(u"Visible"_s).toBool();
-        }
-        return values;
-    };
     const auto stored = [this] { return SettingsStore(m_home->settingsPath()).value(SettingKeys::activeThemeName()); };
 
     // Nothing runs: --theme checks the name, chooses the theme and starts.
@@ -539,7 +644,7 @@ void TestE2e::controlsTheRunningInstance()
     // No tray on the offscreen platform, so the keyboard shows from the start.
     QCOMPARE(DBusTest::visible(client), QVariant(true));
 
-    // Later starts command it, and D-Bus sees every change.
+    // Later starts command it.
     const struct
     {
         QStringList arguments;
@@ -556,7 +661,6 @@ void TestE2e::controlsTheRunningInstance()
         QVERIFY2(result.exitCode == 0, result.err.constData());
         QCOMPARE(DBusTest::visible(client), QVariant(command.visibleAfter));
     }
-    QTRY_COMPARE_WITH_TIMEOUT(visibleChanges(), (QList<bool> { false, true, false, true }), deadline);
 
     QCOMPARE(ordalis({ u"--theme=Light Rose"_s }).exitCode, 0);
     // The running program writes its settings within a moment.
@@ -566,21 +670,6 @@ void TestE2e::controlsTheRunningInstance()
     QVERIFY2(unknown.err.startsWith("ordalis: no saved theme is named \"Nope\"; saved themes: Spacegray"),
         unknown.err.constData());
     QCOMPARE(stored(), u"Light Rose"_s);
-
-    // The README's gdbus lines.
-    if (have({ u"gdbus"_s })) {
-        const QStringList call { u"call"_s, u"--session"_s, u"--dest"_s, service, u"--object-path"_s,
-            QString::fromLatin1(DBusTest::ordalisPath), u"--method"_s };
-        const QString interface = QString::fromLatin1(DBusTest::ordalisInterface);
-        QProcessEnvironment env = m_home->environment();
-        env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, m_bus.address());
-        QCOMPARE(run(u"gdbus"_s, call + QStringList { interface + u".Toggle"_s }, env).exitCode, 0);
-        QCOMPARE(DBusTest::visible(client), QVariant(false));
-        const Run refused = run(u"gdbus"_s, call + QStringList { interface + u".ChooseTheme"_s, u"Nope"_s }, env);
-        QVERIFY2(refused.err.contains("org.freedesktop.DBus.Error.InvalidArgs"), refused.err.constData());
-        QCOMPARE(run(u"gdbus"_s, call + QStringList { interface + u".ChooseTheme"_s, u"Black"_s }, env).exitCode, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(stored(), u"Black"_s, deadline);
-    }
 
     // A picture needs no display, and does not disturb the running one.
     const Run render = ordalis({ u"--render"_s, m_home->path(u"k.png"_s), u"--width=703"_s, u"--keys=a,space"_s });
@@ -647,14 +736,6 @@ void TestE2e::startsAtOnceLeaveOne()
 
 void TestE2e::x11BackendReadsTheServer()
 {
-    if (QGuiApplication::platformName() != u"xcb"_s) {
-        // Then the back end must decline quietly.
-        X11Backend offscreen;
-        QCOMPARE(offscreen.access(), InputBackend::Access::unavailable);
-        QVERIFY(!offscreen.start());
-        offscreen.setSwallowedShortcuts(true, true);
-        QVERIFY(!offscreen.escapeGrabbed());
-    }
     REQUIRE_X11();
     X11Backend backend;
     QStringList lines;
@@ -687,41 +768,12 @@ void TestE2e::x11BackendReadsTheServer()
     QVERIFY(typed(u"key Caps_Lock"_s, u"caps down,flags 10000 57,caps up"_s));
     QVERIFY(backend.capsLockOn());
     QVERIFY(typed(u"key Control_L"_s, u"flags 50001 59,flags 10000 59"_s));
-    // A lock set without the key, as a remote tool does, shows as well.
-    lines.clear();
-    std::free(xcb_xkb_use_extension_reply(connection(), xcb_xkb_use_extension(connection(), 1, 0), nullptr));
-    xcb_xkb_latch_lock_state(connection(), XCB_XKB_ID_USE_CORE_KBD, XCB_MOD_MASK_LOCK, 0, 0, 0, 0, 0, 0);
-    xcb_flush(connection());
-    QTRY_COMPARE_WITH_TIMEOUT(lines, QStringList { u"flags 0 57"_s }, deadline);
+    QVERIFY(typed(u"key Caps_Lock"_s, u"caps down,flags 0 57,caps up"_s));
     QVERIFY(!backend.capsLockOn());
-
-    // Escape held by another client: refused quietly, Escape still shows; granted once the holder lets go.
-    const std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> other(
-        xcb_connect(nullptr, nullptr), xcb_disconnect);
-    const auto grab = [&](bool on) {
-        bool granted = true;
-        for (int mods : { 0, int(XCB_MOD_MASK_LOCK), int(XCB_MOD_MASK_2), int(XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2) }) {
-            xcb_generic_error_t* error = xcb_request_check(other.get(),
-                on ? xcb_grab_key_checked(
-                    other.get(), 1, root(), std::uint16_t(mods), 9, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)
-                   : xcb_ungrab_key_checked(other.get(), 9, root(), std::uint16_t(mods)));
-            granted = granted && !error;
-            std::free(error);
-        }
-        return granted;
-    };
-    QVERIFY(grab(true));
-    backend.setSwallowedShortcuts(true, false);
-    QVERIFY(!backend.escapeGrabbed());
-    QVERIFY(typed(u"key Escape"_s, u"down 53,up 53"_s));
-    QVERIFY(grab(false));
     backend.setSwallowedShortcuts(true, true);
-    QVERIFY(backend.escapeGrabbed() && backend.settingsShortcutGrabbed());
     // The grab keeps the raw events from us while Escape is down; the grab's own events stand in, and a held
     // Escape neither repeats nor goes up early.
     QVERIFY(typed(u"keydown Escape keydown a keyup a sleep 1.2 keyup Escape"_s, u"down 53,down 0,up 0,up 53"_s));
-    backend.stop();
-    QVERIFY(!backend.escapeGrabbed());
 }
 
 void TestE2e::trayDay()
@@ -752,17 +804,6 @@ void TestE2e::trayDay()
     STEP(openTrayMenu());
     QVERIFY(xdotool({ u"key"_s, u"--delay"_s, u"100"_s, u"Down"_s, u"Return"_s }));
     QTRY_VERIFY_WITH_TIMEOUT(trayMenu() == 0 && panel() == 0, deadline);
-    STEP(quitFromTrayMenu());
-
-    // Hidden it stays hidden at the next start; shown it shows.
-    STEP(startOrdalis());
-    QTRY_VERIFY_WITH_TIMEOUT(trayIcon() != 0, deadline);
-    QVERIFY(staysHidden());
-    QVERIFY(tripleTap());
-    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
-    STEP(stopOrdalis());
-    STEP(startOrdalis());
-    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
     STEP(quitFromTrayMenu());
 }
 
@@ -914,8 +955,7 @@ void TestE2e::secretLeavesNoTrace()
     REQUIRE_X11();
     constexpr char secret[] = "hunter2-Zq9";
     {
-        // Every option a user can switch on, on; launch at login is switched on while it runs, which writes the
-        // autostart entry.
+        // Every option a user can switch on, on; launch at login is switched on while it runs.
         SettingsStore settings(m_home->settingsPath());
         using namespace SettingKeys;
         settings.setValue(keyboardVisible(), true);
@@ -963,18 +1003,11 @@ void TestE2e::secretLeavesNoTrace()
         searched << (QFileInfo(u"/tmp/"_s + name).isDir() ? filesBelow(u"/tmp/"_s + name)
                                                           : QStringList { u"/tmp/"_s + name });
     QVERIFY(searched.contains(m_home->settingsPath()) && searched.contains(autostart));
-    // The secret in plain text, as its letters, and as runs of the key codes of "hunter" (layout, Linux, X).
-    const auto codes = [](const QList<int>& list) {
-        QStringList parts;
-        for (int code : list)
-            parts << QString::number(code);
-        return QRegularExpression(u"(?<!\\d)"_s + parts.join(u"\\D{1,24}"_s) + u"(?!\\d)"_s);
-    };
+    // The secret as its letters, and as a run of the key codes of "hunter" (layout, Linux or X).
     const auto noCase = QRegularExpression::CaseInsensitiveOption;
-    const QList<QRegularExpression> forms { QRegularExpression(
-                                                u"h\\W{0,3}u\\W{0,3}n\\W{0,3}t\\W{0,3}e\\W{0,3}r"_s, noCase),
-        QRegularExpression(u"z\\W{0,3}q\\W{0,3}9"_s, noCase), QRegularExpression(u"key_?h\\W{1,3}key_?u"_s, noCase),
-        codes({ 4, 32, 45, 17, 14, 15 }), codes({ 35, 22, 49, 20, 18, 19 }), codes({ 43, 30, 57, 28, 26, 27 }) };
+    QList<QRegularExpression> forms { QRegularExpression(u"h\\W{0,3}u\\W{0,3}n\\W{0,3}t\\W{0,3}e\\W{0,3}r"_s, noCase) };
+    for (QString codes : { u"4 32 45 17 14 15"_s, u"35 22 49 20 18 19"_s, u"43 30 57 28 26 27"_s })
+        forms << QRegularExpression(u"(?<!\\d)"_s + codes.replace(u' ', u"\\D{1,24}"_s) + u"(?!\\d)"_s);
     // Its own lines name no key at all; Qt's debug lines (one per key event, without the key) are left out first,
     // as they would space Ordalis's own lines too widely for the forms above.
     static const QRegularExpression keyNames(
@@ -985,8 +1018,6 @@ void TestE2e::secretLeavesNoTrace()
         if (file.size() > 16 * 1024 * 1024 || !file.open(QIODevice::ReadOnly))
             continue;
         const QByteArray content = file.readAll();
-        QVERIFY2(!content.toLower().contains("hunter2"), qPrintable(path));
-        QVERIFY2(!content.contains(QByteArray(reinterpret_cast<const char*>(u"hunter2"), 14)), qPrintable(path));
         QString text = QString::fromLatin1(content);
         if (path.contains(u"/output/"_s)) {
             QVERIFY2(!keyNames.match(text).hasMatch(), qPrintable(path + u": "_s + keyNames.match(text).captured()));
@@ -1079,19 +1110,15 @@ void TestE2e::waylandSessionReadsTheDevices()
         events[1] = { {}, EV_SYN, SYN_REPORT, 0 };
         return ::write(device, events, sizeof events) == ssize_t(sizeof events);
     };
-    // Started as pkexec would start the helper, without a password; it notes its process id.
+    // Started as pkexec would start the helper, without a password.
     const QString launcher = m_home->path(u"launcher.sh"_s);
     QFile script(launcher);
     QVERIFY(script.open(QIODevice::WriteOnly));
-    script.write(u"#!/bin/sh\necho $$ >> '%1'\nexec '%2' --device-dir '%3'\n"_s
-                     .arg(m_home->path(u"helper-pids"_s), QStringLiteral(ORDALIS_KEYHELPER_TESTING_BINARY), devices)
-                     .toUtf8());
+    script.write(
+        u"#!/bin/sh\nexec '%1' --device-dir '%2'\n"_s.arg(QStringLiteral(ORDALIS_KEYHELPER_TESTING_BINARY), devices)
+            .toUtf8());
     script.close();
     QVERIFY(script.setPermissions(script.permissions() | QFileDevice::ExeOwner));
-    const auto lastHelper
-        = [&] { return pid_t(m_home->read(u"helper-pids"_s).trimmed().split('\n').last().toLongLong()); };
-    const auto helpers = [&] { return m_home->read(u"helper-pids"_s).count('\n'); };
-
     QProcessEnvironment session;
     session.insert(u"XDG_SESSION_TYPE"_s, u"wayland"_s);
     session.insert(u"WAYLAND_DISPLAY"_s, u"ordalis-test"_s);
@@ -1131,20 +1158,6 @@ void TestE2e::waylandSessionReadsTheDevices()
     QVERIFY(type(0));
     QTRY_VERIFY_WITH_TIMEOUT(dark(), deadline);
 
-    // A helper that dies with a key held lets go of it and is started once more; when that one dies too, keys stop
-    // and the user is told, once.
-    QVERIFY(type(1));
-    QTRY_VERIFY_WITH_TIMEOUT(lit(), deadline);
-    QCOMPARE(helpers(), 1);
-    ::kill(lastHelper(), SIGKILL);
-    QTRY_VERIFY_WITH_TIMEOUT(dark(), deadline);
-    QTRY_COMPARE_WITH_TIMEOUT(helpers(), 2, deadline);
-    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"helper"_s, deadline);
-    ::kill(lastHelper(), SIGKILL);
-    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"none"_s, deadline);
-    QTRY_VERIFY_WITH_TIMEOUT(hasWindow(u"Ordalis cannot see which keys you press"_s), deadline);
-    QTest::qWait(3000);
-    QCOMPARE(helpers(), 2);
     ::close(device);
     STEP(stopOrdalis());
 }

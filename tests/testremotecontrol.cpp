@@ -193,10 +193,6 @@ void TestRemoteControl::quitStopsListeningAndHoldsTheConnection()
 // What the running program offers over D-Bus is driven end to end in teste2e; here, what it refuses.
 void TestRemoteControl::dbusRefusesWithoutChanging()
 {
-    DBusService lost(*m_control);
-    QVERIFY(!lost.registerOn(QDBusConnection(u"never connected"_s)));
-    QVERIFY(!lost.errorText().isEmpty());
-
     DBusTest::PrivateBus bus;
     if (bus.address().isEmpty())
         QSKIP("dbus-daemon is not installed or did not start");
@@ -218,7 +214,6 @@ void TestRemoteControl::dbusRefusesWithoutChanging()
     QCOMPARE(unknown.errorName(), u"org.freedesktop.DBus.Error.InvalidArgs"_s);
     QVERIFY2(unknown.errorMessage().startsWith(u"no saved theme is named \"black\"; saved themes: Spacegray"_s),
         qPrintable(unknown.errorMessage()));
-    QCOMPARE(DBusTest::call(client, u"ChooseTheme"_s, { 42 }).type(), QDBusMessage::ErrorMessage);
     // Hide hides, also what is hidden already.
     QCOMPARE(DBusTest::call(client, u"Hide"_s).type(), QDBusMessage::ReplyMessage);
     QVERIFY(!m_actions->visible);
@@ -229,21 +224,7 @@ void TestRemoteControl::dbusRefusesWithoutChanging()
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), before);
 
-    const QString xml = DBusTest::callOn(client, u"org.freedesktop.DBus.Introspectable"_s, u"Introspect"_s)
-                            .arguments()
-                            .value(0)
-                            .toString();
-    QVERIFY2(xml.contains(u"<property name=\"Visible\" type=\"b\" access=\"read\"/>"_s), qPrintable(xml));
-    QVERIFY2(xml.contains(u"<property name=\"KeySource\" type=\"s\" access=\"read\"/>"_s), qPrintable(xml));
-
-    // KeySource is read and announced like Visible.
-    QCOMPARE(DBusTest::callOn(client, u"org.freedesktop.DBus.Properties"_s, u"Get"_s,
-                 { QString::fromLatin1(DBusService::interfaceName), u"KeySource"_s })
-                 .arguments()
-                 .value(0)
-                 .value<QDBusVariant>()
-                 .variant(),
-        QVariant(u"none"_s));
+    // KeySource is announced as it changes.
     QDBusConnection watcher = bus.connect();
     QSignalSpy changes(this, &TestRemoteControl::propertiesChanged);
     QVERIFY(watcher.connect({}, QString::fromLatin1(DBusService::objectPath), u"org.freedesktop.DBus.Properties"_s,
