@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
-// A settings tab as text, one line per control in creation order, for comparing a whole tab at once:
-// "# title (icon)" a section, "[x] text" a switch (" (off)" when disabled), "text = value" a slider row,
-// "<choice>" a picker, "a | *b" a segmented control (current starred), "(text)" a button, plain text a label.
-// Hidden widgets are left out.
+// A settings tab as text, one line per visible control in creation order: "# title (icon)" a section, "[x] text" a
+// switch (" (off)" when disabled), "text = value" a slider row, "<choice>" a picker, "a | *b" a segmented control
+// (current starred), "[placeholder|text]" a field, "(text)" a button, plain text a label.
 #include "ui/segmentedcontrol.h"
 #include "ui/settingsrows.h"
 #include "ui/settingssection.h"
