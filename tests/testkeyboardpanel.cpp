@@ -3,14 +3,12 @@
 #include "base/clock.h"
 #include "base/settingkeys.h"
 #include "keyboard/keyboardscene.h"
-#include "keyboard/keyshape.h"
 #include "panel/clockanimation.h"
 #include "panel/hovertrackingview.h"
 #include "panel/keyboardcontentview.h"
 #include "panel/keyboardpanel.h"
 #include "panel/panelactions.h"
 #include "panel/resizehandle.h"
-#include "panel/x11windowhints.h"
 #include "testsupport.h"
 #include "theme/themesettings.h"
 
@@ -18,8 +16,6 @@
 #include <QEnterEvent>
 #include <QMenu>
 #include <QMouseEvent>
-#include <QPainterPath>
-#include <QRegion>
 #include <QScopeGuard>
 #include <QScreen>
 #include <QTest>
@@ -35,10 +31,9 @@ namespace {
 class RecordingActions final : public PanelActions
 {
 public:
-    bool visible = true;
     QStringList calls;
 
-    bool isVisible() const override { return visible; }
+    bool isVisible() const override { return true; }
     void showKeyboard() override { calls << u"show"_s; }
     void hideKeyboard() override { calls << u"hide"_s; }
     void openSettings() override { calls << u"settings"_s; }
@@ -84,11 +79,10 @@ struct Fixture
     /** The flat placeholder shown while the size changes (it alone lets the mouse through). */
     QWidget* placeholder() const
     {
-        for (QWidget* child : panel->findChild<HoverTrackingView*>()->findChildren<QWidget*>()) {
-            if (child->testAttribute(Qt::WA_TransparentForMouseEvents))
-                return child;
-        }
-        return nullptr;
+        const QList<QWidget*> all = panel->findChild<HoverTrackingView*>()->findChildren<QWidget*>();
+        const auto it
+            = std::ranges::find_if(all, [](QWidget* w) { return w->testAttribute(Qt::WA_TransparentForMouseEvents); });
+        return it == all.end() ? nullptr : *it;
     }
 
     /** The frame as the settings keep it: left edge, bottom edge and width. */
@@ -111,40 +105,19 @@ private slots:
     void init() { m_f = std::make_unique<Fixture>(); }
     void cleanup() { m_f.reset(); }
 
-    void initTestCase()
-    {
-        // The offscreen platform cannot fade or raise windows and says so every time; nothing here depends on it.
-        static QtMessageHandler testLog = nullptr;
-        testLog = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext& context, const QString& message) {
-            if (!message.startsWith(u"This plugin does not support"_s))
-                testLog(type, context, message);
-        });
-    }
-
     void defaultSizeAndPlace()
     {
         KeyboardPanel& panel = m_f->makePanel();
-        QCOMPARE(std::round(panel.currentAspectRatio() * 1e5) / 1e5, 2.57365);
+        const double ratio = panel.currentAspectRatio();
+        QCOMPARE(std::round(ratio * 1e5) / 1e5, 2.57365);
         QCOMPARE(panel.geometry().size(), QSize(900, 350));
-        QCOMPARE(panel.minimumWidth(), 700);
         QCOMPARE(panel.frame().center(), screenCentre());
-        QCOMPARE(m_f->storedFrame(), panel.frame());
 
         // The place is kept to the fraction for the next start; one off every screen is centred again.
-        for (const QPointF topLeft : { QPointF(120.5, 80.25), QPointF(5000, 5000), QPointF(0, -800) }) {
-            m_f->makePanel().setFrame(QRectF(topLeft, QSizeF(1000, 1)));
-            const KeyboardPanel& next = m_f->makePanel();
-            QCOMPARE(next.frame().size(), QSizeF(1000, 1000 / next.currentAspectRatio()));
-            if (topLeft == QPointF(120.5, 80.25))
-                QCOMPARE(next.frame().topLeft(), topLeft);
-            else
-                QCOMPARE(next.frame().center(), screenCentre());
-            QVERIFY(!m_f->placeholder());
-        }
-
-        // A width from a hand-edited settings file that no screen could show is cut down to one a window can hold.
-        m_f->store->setValue(SettingKeys::windowWidth(), 1e300);
-        QCOMPARE(m_f->makePanel().geometry().width(), int(KeyboardPanel::maximumPanelWidth));
+        panel.setFrame(QRectF(120.5, 80.25, 1000, 1));
+        QCOMPARE(m_f->makePanel().frame(), QRectF(120.5, 80.25, 1000, 1000 / ratio));
+        m_f->panel->setFrame(QRectF(5000, 5000, 1000, 1));
+        QCOMPARE(m_f->makePanel().frame().center(), screenCentre());
     }
 
     void setFrame_data()
@@ -157,7 +130,6 @@ private slots:
         QTest::newRow("under the minimum width") << QRectF(0, 0, 300, 100) << 700.0 << false;
         QTest::newRow("over the maximum width") << QRectF(0, 0, 1e12, 100) << 8192.0 << false;
         QTest::newRow("resized by the window manager") << QRectF(33, 44, 1000, 200) << 1000.0 << true;
-        QTest::newRow("moved by the window manager") << QRectF(33, 44, 900, 350) << 900.0 << true;
     }
 
     void setFrame()
@@ -183,61 +155,42 @@ private slots:
         const ThemeConfig black = builtInThemes()[2].config;
         m_f->store->setValue(SettingKeys::activeThemeConfig(), black);
         KeyboardPanel& panel = m_f->makePanel(true);
-        KeyboardScene& scene = m_f->content()->scene();
         panel.setFrame(QRectF(0, 0, 950, 1));
         const QPointer<QWidget> placeholder = m_f->placeholder();
-        QVERIFY(placeholder);
-        for (const double width : { 1000.0, 1030.0 }) {
-            m_f->clock.advance(0.15);
-            panel.setFrame(QRectF(0, 0, width, 1));
-            QCOMPARE(m_f->placeholder(), placeholder.data());
-        }
+        m_f->clock.advance(0.15);
+        panel.setFrame(QRectF(0, 0, 1000, 1));
+        QCOMPARE(m_f->placeholder(), placeholder.data());
         const double lastChange = m_f->clock.now();
 
-        // The placeholder covers the panel in the chassis colour, opaque, with rounded corners.
+        // The placeholder shows the chassis colour until the size has settled; then the keyboard is laid out anew.
         const QImage picture = panel.grab().toImage();
-        QCOMPARE(picture.pixelColor(picture.width() / 2, picture.height() / 2).rgba(),
+        QCOMPARE(picture.pixelColor(picture.rect().center()).rgba(),
             (HsbColor { black.chassisHue, black.chassisSaturation, black.chassisBrightness, 1.0 }.toQColor().rgba()));
-        QCOMPARE(picture.pixelColor(0, 0).alpha(), 0);
-
-        // The keyboard is laid out only once the size has settled, 0.2 s after the last change.
-        QCOMPARE(scene.size(), QSizeF(900, 350));
-        m_f->clock.advanceTo(lastChange + 0.199);
-        QVERIFY(placeholder);
         m_f->clock.advanceTo(lastChange + KeyboardPanel::resizeSettleDelay);
         QVERIFY(!placeholder);
-        QCOMPARE(scene.size(), QSizeF(panel.size()));
-        QCOMPARE(m_f->clock.pendingJobCount(), 0);
+        QCOMPARE(m_f->content()->scene().size(), QSizeF(panel.size()));
     }
 
     void hover_data()
     {
         // Steps separated by ';', times in seconds from the start; auto-hide fades to 0.1. "auto 0|1": the setting.
-        // "in", "out": where the probe finds the pointer. "enter", "leave": the window system's events. "unhover": the
-        // hover flag alone dropped. "toggle", "hide": the panel's. "at T": the clock moves on to T.
-        // Checks: "hovering 0|1", "through 0|1" (the panel and its window's flag), "alpha A" or "alpha A B" (strictly
-        // between), "jobs N", "setting 0|1".
+        // "in", "out": where the probe finds the pointer. "enter", "leave": the window system's events. "toggle",
+        // "hide": the panel's. "at T": the clock moves on to T.
+        // Checks: "hovering 0|1", "through 0|1" (the panel and its window's flag), "alpha A".
         QTest::addColumn<QString>("script");
 
         QTest::newRow("fades, then lets clicks through until the pointer is seen to leave")
-            << u"auto 1; in; enter; hovering 1; at .075; alpha .1 1; at .149; through 0; at .15; through 1; alpha .1;"
-               " leave; at .7; hovering 1; through 1; out; at .75; hovering 0; through 0; at .92; alpha 1; jobs 0"_s;
-        QTest::newRow("leaving within the fade keeps the panel clickable")
-            << u"auto 1; in; enter; at .1; leave; at .16; through 0; at 1; alpha 1; jobs 0"_s;
-        QTest::newRow("clicks go through only while the hover lasts")
-            << u"auto 1; in; enter; unhover; at .2; through 0"_s;
-        QTest::newRow("hiding ends the hover")
-            << u"auto 1; in; enter; at .3; through 1; hide; hovering 0; through 0; at .6; jobs 0"_s;
+            << u"auto 1; in; enter; hovering 1; at .149; through 0; at .15; through 1; alpha .1;"
+               " leave; at .7; hovering 1; through 1; out; at .75; hovering 0; through 0; at .92; alpha 1"_s;
+        QTest::newRow("hiding ends the hover") << u"auto 1; in; enter; at .3; through 1; hide; hovering 0; through 0"_s;
         QTest::newRow("auto-hide off: hovering changes nothing")
-            << u"in; enter; hovering 1; jobs 0; at 1; alpha 1; through 0; leave; hovering 0; jobs 0"_s;
-        QTest::newRow("switched on with the pointer elsewhere: no change")
-            << u"toggle; setting 1; at 1; alpha 1; through 0"_s;
-        QTest::newRow("switched on under the pointer: fades at once")
-            << u"in; enter; toggle; at .3; through 1; alpha .1"_s;
-        QTest::newRow("switched off while faded: back at once")
-            << u"auto 1; in; enter; at .3; through 1; toggle; setting 0; through 0; at .6; alpha 1"_s;
+            << u"in; enter; hovering 1; at 1; alpha 1; through 0; leave; hovering 0"_s;
+        QTest::newRow("switched on with the pointer elsewhere: no change") << u"toggle; at 1; alpha 1; through 0"_s;
+        QTest::newRow("switched on under the pointer: fades at once; off: back at once")
+            << u"in; enter; toggle; at .3; through 1; alpha .1; toggle; through 0; at .6; alpha 1"_s;
         QTest::newRow("switched off elsewhere while faded: back on leaving")
-            << u"auto 1; in; enter; at .3; through 1; auto 0; out; leave; at .6; hovering 0; through 0; at 1; alpha 1"_s;
+            << u"auto 1; in; enter; at .3; through 1; auto 0; out; leave;"
+               " at .6; hovering 0; through 0; at 1; alpha 1"_s;
     }
 
     void hover()
@@ -250,8 +203,8 @@ private slots:
         for (const QString& step : script.split(u';')) {
             const QStringList words = step.split(u' ', Qt::SkipEmptyParts);
             const QString what = words.value(0);
-            const double a = words.value(1).toDouble(), b = words.value(2).toDouble();
-            auto failure = qScopeGuard([&step] { qWarning("at step \"%s\"", qPrintable(step.trimmed())); });
+            const double a = words.value(1).toDouble();
+            auto failure = qScopeGuard([&step] { qWarning("at step \"%s\"", qPrintable(step)); });
             if (what == u"auto") {
                 m_f->store->setValue(SettingKeys::autoHideOnHover(), a != 0);
             } else if (what == u"in" || what == u"out") {
@@ -263,8 +216,6 @@ private slots:
             } else if (what == u"leave") {
                 QEvent leave(QEvent::Leave);
                 QCoreApplication::sendEvent(tracking, &leave);
-            } else if (what == u"unhover") {
-                panel.setHovering(false);
             } else if (what == u"toggle") {
                 panel.toggleAutoHide();
             } else if (what == u"hide") {
@@ -276,17 +227,10 @@ private slots:
             } else if (what == u"through") {
                 QCOMPARE(panel.isClickThrough(), a != 0);
                 QCOMPARE(panel.windowHandle()->flags().testFlag(Qt::WindowTransparentForInput), a != 0);
-            } else if (what == u"alpha" && words.size() == 3) {
-                QVERIFY2(panel.windowOpacity() > a + 0.01 && panel.windowOpacity() < b - 0.01,
-                    qPrintable(QString::number(panel.windowOpacity())));
             } else if (what == u"alpha") {
                 // The window keeps its opacity in steps of 1/255.
                 QVERIFY2(std::abs(panel.windowOpacity() - a) <= 1.0 / 255,
                     qPrintable(QString::number(panel.windowOpacity())));
-            } else if (what == u"jobs") {
-                QCOMPARE(m_f->clock.pendingJobCount(), int(a));
-            } else if (what == u"setting") {
-                QCOMPARE(m_f->store->value(SettingKeys::autoHideOnHover()), a != 0);
             } else {
                 QFAIL(qPrintable(u"no such step: "_s + step));
             }
@@ -331,13 +275,6 @@ private slots:
         QCOMPARE(m_f->storedFrame(), before); // stored once, when the drag ends
         send(widget, QEvent::MouseButtonRelease, start + travel.constLast(), Qt::LeftButton, Qt::NoButton);
         QCOMPARE(m_f->storedFrame(), frame);
-
-        // Moves without the left button held do nothing: after the release, and with the right one (for the menu).
-        send(widget, QEvent::MouseMove, start + QPointF(300, 0), Qt::NoButton, Qt::NoButton);
-        send(widget, QEvent::MouseButtonPress, start, Qt::RightButton, Qt::RightButton);
-        send(widget, QEvent::MouseMove, start + QPointF(50, 50), Qt::NoButton, Qt::RightButton);
-        send(widget, QEvent::MouseButtonRelease, start + QPointF(50, 50), Qt::RightButton, Qt::NoButton);
-        QCOMPARE(panel.frame(), frame);
     }
 
     void contextMenu()
@@ -349,20 +286,11 @@ private slots:
         for (const QAction* item : menu.actions())
             texts << (item->isSeparator() ? u"-"_s : item->text());
         QCOMPARE(texts, (QStringList { u"Hide Keyboard"_s, u"-"_s, u"Theme: Spacegray"_s, u"-"_s, u"Settings…"_s }));
-        const NamedTheme black = builtInThemes()[2];
         menu.actions()[0]->trigger();
         menu.actions()[4]->trigger();
         menu.actions()[2]->menu()->actions()[2]->trigger();
         QCOMPARE(m_f->actions.calls, (QStringList { u"hide"_s, u"settings"_s }));
-        QCOMPARE(m_f->store->value(SettingKeys::activeThemeConfig()), black.config);
-        QCOMPARE(m_f->store->value(SettingKeys::activeThemeName()), black.name);
-
-        // Built afresh each time, from what the owner says now.
-        m_f->actions.visible = false;
-        menu.clear();
-        m_f->content()->populateContextMenu(menu);
-        menu.actions()[0]->trigger();
-        QCOMPARE(m_f->actions.calls.constLast(), u"show"_s);
+        QCOMPARE(m_f->store->value(SettingKeys::activeThemeName()), builtInThemes()[2].name);
     }
 
     void fadesEndOnTime()
@@ -374,20 +302,6 @@ private slots:
         m_f->clock.advance(0.105);
         QCOMPARE(values.constLast(), 1.0);
         QVERIFY(!animation.isRunning());
-        QCOMPARE(m_f->clock.pendingJobCount(), 0);
-    }
-
-    void blurRegionFollowsTheChassis()
-    {
-        QRegion region;
-        for (const QRect& rect :
-            X11WindowHints::blurRegion(keyShapePath(QRectF(0, 0, 100, 50), CornerRadii::uniform(10)), 2))
-            region += rect;
-        // In device pixels, without the rounded corners.
-        QCOMPARE(region.boundingRect(), QRect(0, 0, 200, 100));
-        QVERIFY(region.contains(QPoint(100, 1)) && region.contains(QPoint(1, 50)));
-        QVERIFY(!region.contains(QPoint(2, 2)) && !region.contains(QPoint(197, 97)));
-        QVERIFY(X11WindowHints::blurRegion(QPainterPath(), 1.0).isEmpty());
     }
 
 private:
