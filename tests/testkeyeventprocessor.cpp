@@ -1,49 +1,43 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+// Key events as the processor reports them, fed directly and through the evdev event stream.
+#include "input/evdevbackend.h"
+#include "input/evdeveventstream.h"
 #include "input/keyeventprocessor.h"
 #include "testsupport.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
-#include <linux/input-event-codes.h>
+#include <linux/input.h>
 
 using namespace Qt::StringLiterals;
 using Action = KeyEventProcessor::Action;
 
 namespace {
 
-/** One step of a scripted sequence; the first three are key events with the values of Action. */
-struct Step
+/** Every report of `backend` as a short line, so a whole sequence compares at once. */
+class Reports : public QStringList
 {
-    enum Op
+public:
+    explicit Reports(TestSupport::FakeInputBackend& backend)
     {
-        release,
-        press,
-        repeat,
-        releaseKey,
-        removeDevice,
-        releaseAll,
-        setLock,
-        refreshLock,
-        pushLock
-    };
-    Op op;
-    int code = 0;
-    int device = 1;
+        QObject::connect(
+            &backend, &InputBackend::keyDown, &m_context, [this](KeyCode k) { *this << u"down %1"_s.arg(k); });
+        QObject::connect(&backend, &InputBackend::keyUp, &m_context, [this](KeyCode k) { *this << u"up %1"_s.arg(k); });
+        QObject::connect(&backend, &InputBackend::flagsChanged, &m_context,
+            [this](ModifierFlags f, KeyCode k) { *this << u"flags %1 %2"_s.arg(f, 0, 16).arg(k); });
+        QObject::connect(&backend, &InputBackend::capsLockKey, &m_context,
+            [this](bool pressed) { *this << (pressed ? u"caps down"_s : u"caps up"_s); });
+        QObject::connect(&backend, &InputBackend::mediaKey, &m_context,
+            [this](KeyCode k, bool pressed) { *this << u"media %1 %2"_s.arg(k).arg(pressed ? u"down"_s : u"up"_s); });
+    }
+
+private:
+    QObject m_context;
 };
 
-Step down(int code, int device = 1)
-{
-    return { Step::press, code, device };
-}
-
-Step up(int code, int device = 1)
-{
-    return { Step::release, code, device };
-}
-
 } // namespace
-
-Q_DECLARE_METATYPE(Step)
 
 class TestKeyEventProcessor final : public QObject
 {
@@ -52,112 +46,145 @@ class TestKeyEventProcessor final : public QObject
 private slots:
     void sequences_data();
     void sequences();
+    void backendAccessFollowsTheDeviceDirectory();
 };
 
 void TestKeyEventProcessor::sequences_data()
 {
-    QTest::addColumn<QList<Step>>("steps");
-    QTest::addColumn<QStringList>("expected");
+    // Steps separated by ';', Linux codes in decimal. To the processor, on keyboard D (1 unless given): "d C [D]",
+    // "u C [D]", "r C [D]" (press, release, auto-repeat), "rk C" (release by code), "rd D" (keyboard removed), "ra"
+    // (release all), "lock 0|1" (what the back end reads), "refresh" (the lock read again), "push 0|1" (a lock state
+    // told by the platform). Through an evdev stream: "k C V" (a key event), "ev T C V", "syn", "drop"
+    // (SYN_DROPPED), "resync L K..." (the device state read: the Caps Lock LED and the keys down), "remove".
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<QString>("reports");
 
     QTest::newRow("Auto-repeat reports the key down again, and counts as the press of a key held before reading")
-        << QList<Step> { { Step::repeat, KEY_B }, up(KEY_B), down(KEY_J), { Step::repeat, KEY_J }, up(KEY_J) }
-        << QStringList { u"down 11"_s, u"up 11"_s, u"down 38"_s, u"down 38"_s, u"up 38"_s };
+        << u"r 48; u 48; d 36; r 36; u 36"_s << u"down 11, up 11, down 38, down 38, up 38"_s;
     QTest::newRow("Duplicate releases and releases of keys never pressed are ignored, and leave the key working")
-        << QList<Step> { up(KEY_Q), down(KEY_CAPSLOCK), up(KEY_CAPSLOCK), up(KEY_CAPSLOCK), down(KEY_A), up(KEY_A),
-               up(KEY_A), down(KEY_CAPSLOCK), up(KEY_CAPSLOCK), down(KEY_A) }
-        << QStringList { u"caps down"_s, u"caps up"_s, u"down 0"_s, u"up 0"_s, u"caps down"_s, u"caps up"_s,
-               u"down 0"_s };
+        << u"u 16; d 58; u 58; u 58; d 30; u 30; u 30; d 58; u 58; d 30"_s
+        << u"caps down, caps up, down 0, up 0, caps down, caps up, down 0"_s;
     QTest::newRow("Both Shifts, then the right one released, keep the left Shift's bits")
-        << QList<Step> { down(KEY_LEFTSHIFT), down(KEY_RIGHTSHIFT), up(KEY_RIGHTSHIFT), up(KEY_LEFTSHIFT) }
-        << QStringList { u"flags 20002 56"_s, u"flags 20006 60"_s, u"flags 20002 60"_s, u"flags 0 56"_s };
+        << u"d 42; d 54; u 54; u 42"_s << u"flags 20002 56, flags 20006 60, flags 20002 60, flags 0 56"_s;
     QTest::newRow("Modifiers of different kinds add up and a modifier's repeat reports nothing")
-        << QList<Step> { down(KEY_LEFTCTRL), down(KEY_RIGHTALT), { Step::repeat, KEY_RIGHTALT }, down(KEY_RIGHTMETA),
-               down(KEY_FN), up(KEY_LEFTCTRL) }
-        << QStringList { u"flags 40001 59"_s, u"flags c0041 61"_s, u"flags 1c0051 54"_s, u"flags 9c0051 63"_s,
-               u"flags 980050 59"_s };
-    QTest::newRow("A key held on two keyboards goes up when the last one lets go") << QList<Step> { down(KEY_A, 1),
-        down(KEY_A, 2), up(KEY_A, 1), up(KEY_A, 1), up(KEY_A, 2) } << QStringList { u"down 0"_s, u"up 0"_s };
+        << u"d 29; d 100; r 100; d 126; d 464; u 29"_s
+        << u"flags 40001 59, flags c0041 61, flags 1c0051 54, flags 9c0051 63, flags 980050 59"_s;
+    QTest::newRow("A key held on two keyboards goes up when the last one lets go, also when released by its code")
+        << u"d 30 1; d 30 2; u 30 1; u 30 1; u 30 2; d 31 1; d 31 2; rk 31; u 31 1"_s
+        << u"down 0, up 0, down 1, up 1"_s;
     QTest::newRow("A removed keyboard lets go of everything it alone held, one that holds nothing of nothing")
-        << QList<Step> { down(KEY_A, 1), down(KEY_LEFTSHIFT, 1), down(KEY_VOLUMEUP, 1), down(KEY_S, 1), down(KEY_S, 2),
-               { Step::removeDevice, 0, 3 }, { Step::removeDevice, 0, 1 }, up(KEY_A, 1), up(KEY_S, 2) }
-        << QStringList { u"down 0"_s, u"flags 20002 56"_s, u"media 111 down"_s, u"down 1"_s, u"up 0"_s, u"flags 0 56"_s,
-               u"media 111 up"_s, u"up 1"_s };
-    QTest::newRow("Releasing all lets go of every key on every keyboard") << QList<Step> {
-        down(KEY_A, 1), down(KEY_RIGHTCTRL, 2), down(KEY_CAPSLOCK, 3), { Step::releaseAll }, up(KEY_A, 1)
-    } << QStringList { u"down 0"_s, u"flags 42000 62"_s, u"caps down"_s, u"up 0"_s, u"flags 0 62"_s, u"caps up"_s };
+        << u"d 30; d 42; d 115; d 31; d 31 2; rd 3; rd 1; u 30; u 31 2"_s
+        << u"down 0, flags 20002 56, media 111 down, down 1, up 0, flags 0 56, media 111 up, up 1"_s;
+    QTest::newRow("Releasing all lets go of every key on every keyboard")
+        << u"d 30 1; d 97 2; d 58 3; ra; u 30"_s << u"down 0, flags 42000 62, caps down, up 0, flags 0 62, caps up"_s;
     QTest::newRow("Caps Lock reports the key and, once the lock turns on, the lock bit with its code")
-        << QList<Step> { { Step::setLock, 1 }, down(KEY_CAPSLOCK), up(KEY_CAPSLOCK), down(KEY_LEFTMETA),
-               { Step::setLock, 0 }, down(KEY_CAPSLOCK), up(KEY_CAPSLOCK) }
-        << QStringList { u"caps down"_s, u"flags 10000 57"_s, u"caps up"_s, u"flags 110008 55"_s, u"caps down"_s,
-               u"flags 100008 57"_s, u"caps up"_s };
+        << u"lock 1; d 58; u 58; d 125; lock 0; d 58; u 58"_s
+        << u"caps down, flags 10000 57, caps up, flags 110008 55, caps down, flags 100008 57, caps up"_s;
     QTest::newRow("A lock change learnt of later is reported once, with the Caps Lock key code")
-        << QList<Step> { down(KEY_LEFTSHIFT), { Step::setLock, 1 }, { Step::refreshLock }, { Step::refreshLock } }
-        << QStringList { u"flags 20002 56"_s, u"flags 30002 57"_s };
+        << u"d 42; lock 1; refresh; refresh"_s << u"flags 20002 56, flags 30002 57"_s;
     // The back end still says off: a lock the platform tells of is taken without asking.
     QTest::newRow("A lock the platform tells of is reported once, without asking the back end")
-        << QList<Step> { { Step::pushLock, 0 }, { Step::pushLock, 1 }, { Step::pushLock, 1 }, down(KEY_CAPSLOCK) }
-        << QStringList { u"flags 10000 57"_s, u"caps down"_s, u"flags 0 57"_s };
-    QTest::newRow("Releasing a key by its code lets go of it on every keyboard") << QList<Step> {
-        down(KEY_A, 1), down(KEY_A, 2), { Step::releaseKey, KEY_A }, up(KEY_A, 1), { Step::releaseKey, KEY_A }
-    } << QStringList { u"down 0"_s, u"up 0"_s };
-    QTest::newRow("Media keys sharing an F-key report it down once and up when the last is released")
-        << QList<Step> { down(KEY_PLAYPAUSE), down(KEY_PLAY), up(KEY_PLAYPAUSE), up(KEY_PLAY), down(KEY_BRIGHTNESSDOWN),
-               up(KEY_BRIGHTNESSDOWN) }
-        << QStringList { u"media 100 down"_s, u"media 100 up"_s, u"media 122 down"_s, u"media 122 up"_s };
+        << u"push 0; push 1; push 1; d 58"_s << u"flags 10000 57, caps down, flags 0 57"_s;
     QTest::newRow("An F-key and a media key on the same cap: the cap goes up when the last of them does")
-        << QList<Step> { down(KEY_F1), down(KEY_BRIGHTNESSDOWN), up(KEY_F1), up(KEY_BRIGHTNESSDOWN), down(KEY_MUTE),
-               down(KEY_F10), up(KEY_MUTE), up(KEY_F10) }
-        << QStringList { u"down 122"_s, u"media 122 up"_s, u"media 109 down"_s, u"down 109"_s, u"up 109"_s };
-    QTest::newRow("Keys outside the table are ignored")
-        << QList<Step> { down(KEY_KPENTER), up(KEY_KPENTER), down(KEY_CNT), down(-5), up(KEY_PAUSE) } << QStringList {};
+        << u"d 59; d 224; u 59; u 224; d 113; d 68; u 113; u 68"_s
+        << u"down 122, media 122 up, media 109 down, down 109, up 109"_s;
+    QTest::newRow("Keys outside the table are ignored") << u"d 96; u 96; d 768; d -5; u 119"_s << QString();
+
+    // Every key event of a real keyboard comes with a scan code (EV_MSC 4) and ends its frame with SYN_REPORT.
+    QTest::newRow("Typing a letter with auto-repeat")
+        << u"ev 4 4 458756; k 30 1; syn; k 30 2; syn; k 30 2; syn; ev 4 4 458756; k 30 0; syn"_s
+        << u"down 0, down 0, down 0, up 0"_s;
+    QTest::newRow("A key released while events were dropped comes out released")
+        << u"k 42 1; syn; k 30 1; syn; drop; k 30 0; syn; k 48 1; syn; resync 0 42 48; k 48 0; syn"_s
+        << u"flags 20002 56, down 0, up 0, down 11, up 11"_s;
+    QTest::newRow("Events between a drop and the resync are ignored, even a complete press")
+        << u"drop; k 46 1; syn; k 46 0; syn; resync 0; k 32 1; syn"_s << u"down 2"_s;
+    QTest::newRow("A resync releases before it presses, so modifiers never overlap, and takes the LED state")
+        << u"k 29 1; syn; drop; resync 1 125"_s << u"flags 40001 59, flags 0 59, flags 100008 55, flags 110008 57"_s;
+    QTest::newRow("An unplugged keyboard releases what it held")
+        << u"k 100 1; syn; k 103 1; k 113 1; syn; remove"_s
+        << u"flags 80040 61, down 126, media 109 down, flags 0 61, up 126, media 109 up"_s;
+    // EV_LED is 17; LED_CAPSL 1, LED_NUML 0.
+    QTest::newRow("The Caps Lock LED sets the lock bit")
+        << u"k 58 1; syn; ev 17 1 1; syn; k 58 0; syn; ev 17 0 1; ev 17 1 1; k 42 1; syn"_s
+        << u"caps down, flags 10000 57, caps up, flags 30002 56"_s;
+    QTest::newRow("Nonsense values, codes and types are ignored")
+        << u"k 30 3; k 30 -1; k 767 1; k 65535 1; ev 2 0 5; ev 127 0 0; k 30 0"_s << QString();
 }
 
 void TestKeyEventProcessor::sequences()
 {
-    QFETCH(QList<Step>, steps);
-    QFETCH(QStringList, expected);
+    QFETCH(QString, script);
+    QFETCH(QString, reports);
 
     TestSupport::FakeInputBackend backend;
     KeyEventProcessor processor(backend);
-    // Every report as a short line, so a whole sequence compares at once.
-    QStringList lines;
-    connect(&backend, &InputBackend::keyDown, this, [&lines](KeyCode k) { lines << u"down %1"_s.arg(k); });
-    connect(&backend, &InputBackend::keyUp, this, [&lines](KeyCode k) { lines << u"up %1"_s.arg(k); });
-    connect(&backend, &InputBackend::flagsChanged, this,
-        [&lines](ModifierFlags f, KeyCode k) { lines << u"flags %1 %2"_s.arg(f, 0, 16).arg(k); });
-    connect(&backend, &InputBackend::capsLockKey, this,
-        [&lines](bool pressed) { lines << (pressed ? u"caps down"_s : u"caps up"_s); });
-    connect(&backend, &InputBackend::mediaKey, this,
-        [&lines](KeyCode k, bool pressed) { lines << u"media %1 %2"_s.arg(k).arg(pressed ? u"down"_s : u"up"_s); });
-
-    for (const Step& step : std::as_const(steps)) {
-        switch (step.op) {
-        case Step::press:
-        case Step::release:
-        case Step::repeat:
-            processor.processKey(step.code, Action(step.op), step.device);
-            break;
-        case Step::releaseKey:
-            processor.releaseKey(step.code);
-            break;
-        case Step::removeDevice:
-            processor.releaseDevice(step.device);
-            break;
-        case Step::releaseAll:
+    EvdevEventStream stream(processor, 4);
+    Reports lines(backend);
+    const auto event = [&](int type, int code, int value) {
+        // The back end's lock is this one device's LED, as EvdevBackend reads it.
+        if (type == EV_LED && code == LED_CAPSL)
+            backend.lockOn = value != 0;
+        input_event e {};
+        e.type = std::uint16_t(type);
+        e.code = std::uint16_t(code);
+        e.value = value;
+        stream.processEvent(e);
+    };
+    for (const QString& step : script.split(u';', Qt::SkipEmptyParts)) {
+        const QStringList w = step.split(u' ', Qt::SkipEmptyParts);
+        const auto number = [&](int i, int fallback = 0) { return i < w.size() ? w.at(i).toInt() : fallback; };
+        const QString& op = w.first();
+        if (op == u"d" || op == u"u" || op == u"r") {
+            const Action action = op == u"d" ? Action::press : op == u"u" ? Action::release : Action::repeat;
+            processor.processKey(number(1), action, number(2, 1));
+        } else if (op == u"rk") {
+            processor.releaseKey(number(1));
+        } else if (op == u"rd") {
+            processor.releaseDevice(number(1));
+        } else if (op == u"ra") {
             processor.releaseAll();
-            break;
-        case Step::setLock:
-            backend.lockOn = step.code != 0;
-            break;
-        case Step::refreshLock:
+        } else if (op == u"lock") {
+            backend.lockOn = number(1) != 0;
+        } else if (op == u"refresh") {
             processor.refreshLockState();
-            break;
-        case Step::pushLock:
-            processor.setLockState(step.code != 0);
-            break;
+        } else if (op == u"push") {
+            processor.setLockState(number(1) != 0);
+        } else if (op == u"k") {
+            event(EV_KEY, number(1), number(2));
+        } else if (op == u"ev") {
+            event(number(1), number(2), number(3));
+        } else if (op == u"syn" || op == u"drop") {
+            event(EV_SYN, op == u"syn" ? SYN_REPORT : SYN_DROPPED, 0);
+        } else if (op == u"resync") {
+            QVERIFY(stream.needsResync());
+            EvdevEventStream::DeviceState state;
+            for (int i = 2; i < w.size(); ++i)
+                state.keys.set(number(i));
+            state.capsLockLed = number(1) != 0;
+            backend.lockOn = state.capsLockLed;
+            stream.resync(state);
+            QVERIFY(!stream.needsResync());
+        } else if (op == u"remove") {
+            stream.deviceRemoved();
+        } else {
+            QFAIL(qPrintable(step));
         }
     }
-    QCOMPARE(lines, expected);
+    QCOMPARE(lines.join(u", "_s), reports);
+}
+
+void TestKeyEventProcessor::backendAccessFollowsTheDeviceDirectory()
+{
+    QTemporaryDir dir;
+    EvdevBackend backend(dir.path());
+    QCOMPARE(backend.access(), InputBackend::Access::unavailable);
+    // A readable node that is no keyboard (here not even a device) grants nothing: access means a keyboard.
+    QFile file(dir.filePath(u"event0"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(backend.access(), InputBackend::Access::denied);
+    QVERIFY(backend.accessHelp().contains(u"Key access"_s));
+    QVERIFY(!backend.start());
 }
 
 QTEST_GUILESS_MAIN(TestKeyEventProcessor)

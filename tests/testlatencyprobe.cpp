@@ -23,10 +23,10 @@ void TestLatencyProbe::pairsPressesWithTheFrameThatShowsThem()
     // A press that lights nothing (a key not on the keyboard) is dropped when the next one arrives.
     probe.pressArrived(t0);
     probe.pressArrived(t0 + 10ms);
+    // A second key shown by the same event is not measured twice; a frame before the keyboard drew the key does not
+    // count it.
     probe.keyShown();
-    // A second key shown by the same event (none arrived in between) is not measured twice.
     probe.keyShown();
-    // A frame before the keyboard has drawn the key does not count it.
     probe.frameFinished(t0 + 11ms);
     QVERIFY(probe.samples().empty());
 
@@ -36,30 +36,17 @@ void TestLatencyProbe::pairsPressesWithTheFrameThatShowsThem()
     probe.frameFinished(t0 + 14ms);
     QCOMPARE(probe.samples(), (std::vector<double> { 4.0, 2.0 }));
     QCOMPARE(probe.frames(), std::size_t(2));
-
-    // Drawn presses are measured once.
-    probe.frameFinished(t0 + 20ms);
-    QCOMPARE(probe.samples().size(), std::size_t(2));
 }
 
 void TestLatencyProbe::summary()
 {
-    QCOMPARE(LatencyProbe::describe(LatencyProbe::summarize({})),
-        u"key-to-lit latency: 0 presses, p50 0.00 ms, p99 0.00 ms, max 0.00 ms"_s);
-
     // 200 down to 1, in the order measured: nearest rank gives the 100th and the 198th smallest.
     std::vector<double> samples;
     for (int i = 200; i >= 1; --i)
         samples.push_back(i);
-    const LatencyProbe::Summary s = LatencyProbe::summarize(samples);
-    QCOMPARE(s.count, std::size_t(200));
-    QCOMPARE(s.p50, 100.0);
-    QCOMPARE(s.p99, 198.0);
-    QCOMPARE(s.max, 200.0);
-
-    const LatencyProbe::Summary one = LatencyProbe::summarize({ 3.5 });
-    QCOMPARE(one.p50, 3.5);
-    QCOMPARE(one.p99, 3.5);
+    QCOMPARE(LatencyProbe::describe(LatencyProbe::summarize(samples)),
+        u"key-to-lit latency: 200 presses, p50 100.00 ms, p99 198.00 ms, max 200.00 ms"_s);
+    QCOMPARE(LatencyProbe::summarize({}).count, std::size_t(0));
 }
 
 QTEST_GUILESS_MAIN(TestLatencyProbe)

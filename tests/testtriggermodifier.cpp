@@ -24,18 +24,11 @@ void TestTriggerModifier::namesAndJson()
         QCOMPARE(TriggerModifiers::fromJson(TriggerModifiers::toJson(trigger)), trigger);
     }
     // The raw values are what the settings file keeps; the order is that of the menus.
-    QCOMPARE(raw,
-        (QStringList { u"fn"_s, u"leftControl"_s, u"rightCommand"_s, u"leftCommand"_s, u"leftOption"_s,
-            u"rightOption"_s, u"capsLock"_s }));
-    QCOMPARE(TriggerModifiers::toJson(TriggerModifier::rightCommand), QJsonValue(u"rightCommand"_s));
-
+    QCOMPARE(raw.join(u' '), u"fn leftControl rightCommand leftCommand leftOption rightOption capsLock"_s);
     // Only the exact raw value is read: no case folding, no trimming, no display names, no other JSON types.
-    for (const QString& wrong : { u"CapsLock"_s, u"FN"_s, QString(), u"Left Option"_s, u" fn"_s }) {
-        QVERIFY2(!TriggerModifiers::fromRawValue(wrong), qPrintable(wrong));
-        QVERIFY2(!TriggerModifiers::fromJson(QJsonValue(wrong)), qPrintable(wrong));
-    }
-    QVERIFY(!TriggerModifiers::fromJson(QJsonValue(3)));
-    QVERIFY(!TriggerModifiers::fromJson(QJsonValue()));
+    for (const QJsonValue& wrong :
+        { QJsonValue(u"CapsLock"_s), QJsonValue(u"Left Option"_s), QJsonValue(u" fn"_s), QJsonValue(3) })
+        QVERIFY(!TriggerModifiers::fromJson(wrong));
 }
 
 void TestTriggerModifier::triggerPressed_data()
@@ -50,18 +43,14 @@ void TestTriggerModifier::triggerPressed_data()
     };
     using enum TriggerModifier;
     row("fn is down with the function flag", fn, 0x800000, 63, true);
-    row("fn is up without it", fn, 0x100000 | 0x8, 55, false);
     row("Left Control needs its key code and the Control flag", leftControl, 0x40000 | 0x1, 59, true);
     row("A Shift change while Control is held is no Control press", leftControl, 0x40000 | 0x1 | 0x20002, 56, false);
     row("Left Control's code without the Control flag is its release", leftControl, 0, 59, false);
     row("Right Command looks at its side bit", rightCommand, 0x100000 | 0x10, 54, true);
     row("The generic Command flag alone is not Right Command", rightCommand, 0x100000, 54, false);
-    row("The generic Command flag alone is not Left Command", leftCommand, 0x100000, 55, false);
     row("Left Command looks at its side bit", leftCommand, 0x100000 | 0x8, 55, true);
-    row("Right Command held does not count as Left Command", leftCommand, 0x100000 | 0x10, 54, false);
     row("Left Option looks at its side bit", leftOption, 0x80000 | 0x20, 58, true);
     row("Right Option held does not count as Left Option", leftOption, 0x80000 | 0x40, 61, false);
-    row("Right Option looks at its side bit", rightOption, 0x80000 | 0x40, 61, true);
     row("Caps Lock is down while locked, key up or not", capsLock, 0x10000, 0, true);
     row("Caps Lock unlocked is up", capsLock, 0x20000 | 0x2, 57, false);
 }

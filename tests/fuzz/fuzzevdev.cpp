@@ -1,32 +1,25 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Arbitrary evdev event streams from up to four keyboards, with dropped events, resyncs, unplugging and time passing,
-// fed through the event streams, the key event processor, the key state monitor and the gesture recogniser.
+// fed through the event streams, the key event processor and the key state monitor. After
+// every step the held keys and flags are compared with a plain model of each device; whenever time has settled (a
+// step of 0.05 s or more, past the HyperKey wait) so is everything the monitor shows; at the end nothing may be lit.
 //
-// The processor's held keys are compared with a plain model of what each device holds after every step, the flags
-// it reports with the modifiers held, and once every keyboard is gone nothing may be left shown as held. Whenever
-// time has settled (a step of 0.05 s or more, past the HyperKey wait), everything the monitor shows is compared with
-// what the model's held keys, lights and the HyperKey settings call for.
-//
-// Input: one settings byte (bit 0: a HyperKey of Shift, Control and Option; bit 1: shown as Caps Lock; bit 2:
-// Escape hides; bits 3-5: the trigger), then records of 10 bytes: operation, type (u16), code (u16), value (i32),
-// time step in 10 ms. Operation bits 0-1 pick the keyboard, bits 2-4: 0-4 an event, 5 a resync (the state read back
-// differs from the events by `code`, the light is bit 0 of `value`), 6 unplugging, 7 hovering (bit 0 of `value`)
-// and HyperKey recording (bit 1).
+// Input: one settings byte (bit 0: a HyperKey of Shift, Control and Option; bit 1: shown as Caps Lock), then records
+// of 10 bytes: operation, type (u16), code (u16), value (i32), time step in 10 ms. Operation bits 0-1 pick the
+// keyboard, bits 2-4: 5 a resync (the state read back differs from the events by `code`, the light is bit 0 of
+// `value`), 6 unplugging, anything else an event.
 #include "fuzzsupport.h"
 
+#include "../testsupport.h"
 #include "base/clock.h"
 #include "base/settingkeys.h"
-#include "input/triggermodifier.h"
 #include "base/settingsstore.h"
 #include "input/evdeveventstream.h"
-#include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
 #include "input/keyboardmonitor.h"
 #include "input/keyeventprocessor.h"
 #include "input/linuxkeymap.h"
-#include "../testsupport.h"
 
-#include <QHash>
 #include <QTemporaryDir>
 
 #include <linux/input.h>
@@ -74,29 +67,6 @@ bool isShown(int code)
     return code >= 0 && code < LinuxKeymap::codeCount && LinuxKeymap::lookup(code).kind != LinuxKeymap::Kind::none;
 }
 
-KeyBits shownOnly(const KeyBits& keys)
-{
-    KeyBits result;
-    for (int code = 0; code < LinuxKeymap::codeCount; ++code)
-        result[code] = keys[code] && isShown(code);
-    return result;
-}
-
-// The Linux codes shown on each cap by key-down and key-up or as a media key, by the cap's key code.
-const QHash<KeyCode, QList<int>>& codesOnCap()
-{
-    static const QHash<KeyCode, QList<int>> table = [] {
-        QHash<KeyCode, QList<int>> codes;
-        for (int code = 0; code < LinuxKeymap::codeCount; ++code) {
-            const LinuxKeymap::Entry& entry = LinuxKeymap::lookup(code);
-            if (entry.kind == LinuxKeymap::Kind::ordinary || entry.kind == LinuxKeymap::Kind::media)
-                codes[entry.keyCode].append(code);
-        }
-        return codes;
-    }();
-    return table;
-}
-
 struct Rig
 {
     ManualClock clock;
@@ -105,28 +75,14 @@ struct Rig
     std::array<std::unique_ptr<EvdevEventStream>, deviceCount> streams;
     std::array<DeviceModel, deviceCount> model;
     KeyboardMonitor monitor { settings(), clock };
-    HotkeyManager hotkeys { monitor, settings(), clock };
-    bool hovered = false;
-    bool hyperKey = false;
 
     Rig()
     {
         for (int i = 0; i < deviceCount; ++i)
             streams[i] = std::make_unique<EvdevEventStream>(processor, 100 + i);
         monitor.attach(&backend);
-        hotkeys.setPanelHoveredPredicate([this] { return hovered; });
-        hotkeys.setOnTripleTap([] {});
-        hotkeys.setOnSingleTapWhileHovering([] {});
-        hotkeys.setOnEscapeWhileHovering([] {});
-        hotkeys.setOnSettingsHotkey([] {});
-        monitor.setOnHyperKeyRecorded([](ModifierFlags flags) {
-            FUZZ_CHECK(flags != 0 && (flags & ~KeyboardMonitor::hyperKeyModifierMask) == 0);
-        });
-        hotkeys.start();
         monitor.start();
     }
-
-    ~Rig() { hotkeys.stop(); }
 
     // The lock as the evdev back end reads it: lit on any keyboard still plugged in.
     bool anyLed() const
@@ -180,53 +136,20 @@ struct Rig
         return flags;
     }
 
-    void checkCode(int code) const
+    void check() const
     {
-        if (code < 0 || code >= LinuxKeymap::codeCount)
-            return;
-        bool any = false;
-        for (int i = 0; i < deviceCount; ++i) {
-            FUZZ_CHECK(processor.isHeldBy(code, streams[i]->device()) == model[i].held[code]);
-            any = any || model[i].held[code];
+        for (int code = 0; code < LinuxKeymap::codeCount; ++code) {
+            bool any = false;
+            for (int i = 0; i < deviceCount; ++i) {
+                FUZZ_CHECK(processor.isHeldBy(code, streams[i]->device()) == model[i].held[code]);
+                any = any || model[i].held[code];
+            }
+            FUZZ_CHECK(processor.isHeld(code) == any);
         }
-        FUZZ_CHECK(processor.isHeld(code) == any);
-    }
-
-    void checkAll() const
-    {
-        for (int code = 0; code < LinuxKeymap::codeCount; ++code)
-            checkCode(code);
-        for (auto it = codesOnCap().cbegin(); it != codesOnCap().cend(); ++it)
-            checkCap(it.key());
-    }
-
-    // A cap is shown while any code that shows on it is held: F1 and the brightness key share one, and so do the
-    // two Enter keys.
-    void checkCap(KeyCode cap) const
-    {
-        const QList<int>& codes = codesOnCap().value(cap);
-        if (codes.isEmpty())
-            return;
-        bool held = false;
-        for (int code : codes) {
-            for (const DeviceModel& device : model)
-                held = held || device.held[code];
-        }
-        FUZZ_CHECK(monitor.pressedKeys().contains(cap) == held);
-    }
-
-    void checkFlags() const
-    {
         FUZZ_CHECK(processor.flags() == expectedFlags());
         // Every change of the flags reaches the monitor, and so does every change of the lock light.
         FUZZ_CHECK(monitor.modifierFlags() == processor.flags());
         FUZZ_CHECK(monitor.capsLockOn() == anyLed());
-        if (hyperKey && monitor.capsLockHeld())
-            return;
-        for (KeyCode code : KeyboardMonitor::trackedModifierKeyCodes) {
-            FUZZ_CHECK(monitor.pressedKeys().contains(code)
-                == KeyboardMonitor::isModifierPressed(code, monitor.modifierFlags()));
-        }
     }
 
     void event(int index, const input_event& event)
@@ -244,10 +167,6 @@ struct Rig
 
         streams[index]->processEvent(event);
         FUZZ_CHECK(streams[index]->needsResync() == device.dropped);
-        checkCode(event.code);
-        if (event.code < LinuxKeymap::codeCount)
-            checkCap(LinuxKeymap::lookup(event.code).keyCode);
-        checkFlags();
     }
 
     void resync(int index, int lostCode, bool led)
@@ -256,13 +175,12 @@ struct Rig
         // The state read back may differ from what the events said by a key whose events were lost.
         if (lostCode < LinuxKeymap::codeCount)
             device.physical.flip(lostCode);
-        device.held = shownOnly(device.physical);
+        for (int code = 0; code < LinuxKeymap::codeCount; ++code)
+            device.held[code] = device.physical[code] && isShown(code);
         device.dropped = false;
         device.led = led;
         backend.lockOn = anyLed();
         streams[index]->resync({ device.physical, led });
-        checkAll();
-        checkFlags();
     }
 
     void remove(int index)
@@ -270,8 +188,6 @@ struct Rig
         model[index] = {};
         backend.lockOn = anyLed();
         streams[index]->deviceRemoved();
-        checkAll();
-        checkFlags();
     }
 };
 
@@ -284,11 +200,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     setIfDifferent(SettingKeys::hyperKeyModifiers(),
         std::uint64_t(setup & 1 ? ModifierFlag::control | ModifierFlag::option | ModifierFlag::shift : 0));
     setIfDifferent(SettingKeys::hyperKeyShowAsCapsLock(), bool(setup & 2));
-    setIfDifferent(SettingKeys::escapeToHideOnHover(), bool(setup & 4));
-    setIfDifferent(SettingKeys::triggerModifier(), TriggerModifiers::all().value((setup >> 3) & 7));
 
     Rig rig;
-    rig.hyperKey = setup & 1;
     while (!reader.atEnd()) {
         const auto operation = reader.take<std::uint8_t>();
         input_event event {};
@@ -308,19 +221,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         case 6:
             rig.remove(device);
             break;
-        case 7:
-            rig.hovered = event.value & 1;
-            rig.monitor.setRecordingHyperKey(event.value & 2);
-            break;
         default:
             rig.event(device, event);
             break;
         }
+        rig.check();
     }
 
     // Every keyboard unplugged and the delayed reads done: nothing may stay lit.
     for (int i = 0; i < deviceCount; ++i)
         rig.remove(i);
+    rig.check();
     rig.clock.advance(1);
     FUZZ_CHECK(rig.processor.flags() == 0);
     FUZZ_CHECK(rig.monitor.pressedKeys().isEmpty());
