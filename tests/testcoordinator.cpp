@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The coordinator's start-up, the gestures over the panel, its reaction to screen recordings and the one-instance
-// rule.
+// The coordinator's start-up, the gestures over the panel and its reaction to screen recordings.
 #include "app/appdelegate.h"
-#include "app/singleinstance.h"
 #include "base/clock.h"
 #include "base/settingkeys.h"
 #include "base/settingsstore.h"
@@ -15,25 +13,14 @@
 #include "panel/keyboardcontentview.h"
 #include "panel/keyboardpanel.h"
 #include "testsupport.h"
-#include "ui/keyaccessprompt.h"
-#include "ui/menubarview.h"
 
-#include <QAbstractButton>
 #include <QApplication>
-#include <QDir>
 #include <QFile>
 #include <QMenu>
 #include <QMessageBox>
-#include <QRegularExpression>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <cstring>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -55,23 +42,6 @@ private:
     const bool& m_recording;
 };
 
-QList<QMessageBox*> openMessages()
-{
-    QList<QMessageBox*> boxes;
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible())
-            boxes.append(box);
-    }
-    return boxes;
-}
-
-void closeMessages()
-{
-    for (QMessageBox* box : openMessages())
-        box->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
 } // namespace
 
 class TestCoordinator final : public QObject
@@ -79,7 +49,6 @@ class TestCoordinator final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void init();
     void cleanup();
 
@@ -87,15 +56,8 @@ private slots:
     void recordingScenarios();
     void recordingFollowsTheClock();
     void visibilityAndTrayAtStart();
-    void accessIsAskedForUntilGranted();
-    void accessThatCannotComeIsNotPolled();
-    void keyAccessIsRequestedOnceAndOnDemand();
-    void shortcutsAreHeldBackOnlyWhileHovered();
     void gesturesShowAndHide();
     void singleTapOverThePanelAfterTheGrace();
-    void anUnreadableSettingsFileIsExplained();
-    void shutdownStopsEverything();
-    void staleSocketIsReplaced();
 
 private:
     AppDelegate& start(bool trayAvailable = true);
@@ -113,23 +75,12 @@ private:
     std::unique_ptr<AppDelegate> m_app;
 };
 
-void TestCoordinator::initTestCase()
-{
-    // The offscreen platform cannot raise or activate windows and says so every time.
-    static QtMessageHandler testLog = nullptr;
-    testLog = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext& context, const QString& message) {
-        if (!message.startsWith(u"This plugin does not support"_s))
-            testLog(type, context, message);
-    });
-}
-
 void TestCoordinator::init()
 {
     m_dir = std::make_unique<QTemporaryDir>();
     m_settings = std::make_unique<SettingsStore>(m_dir->filePath(u"settings.json"_s));
     m_clock = std::make_unique<ManualClock>();
     m_backend = std::make_unique<FakeBackend>();
-    m_backend->help = u"To allow it, run\n\n    sudo usermod -aG input $USER"_s;
     m_backend->sourceWhenRunning = InputBackend::Source::helper;
     m_recording = false;
     // Launch at login writes under the configuration folder; keep it in the test's own.
@@ -139,7 +90,10 @@ void TestCoordinator::init()
 void TestCoordinator::cleanup()
 {
     m_app.reset();
-    closeMessages();
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (qobject_cast<QMessageBox*>(widget))
+            delete widget;
+    }
     m_backend.reset();
     m_clock.reset();
     m_settings.reset();
@@ -263,140 +217,6 @@ void TestCoordinator::visibilityAndTrayAtStart()
     QVERIFY(m_app->isVisible());
 }
 
-void TestCoordinator::anUnreadableSettingsFileIsExplained()
-{
-    // Found while the store is made, before the coordinator exists; said beside the access help, not instead.
-    m_backend->accessNow = InputBackend::Access::denied;
-    const QString path = m_dir->filePath(u"settings.json"_s);
-    m_settings.reset();
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("{ not json");
-    file.close();
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"could not be read"_s));
-    m_settings = std::make_unique<SettingsStore>(path);
-    const QString movedTo = m_settings->movedAsideFile();
-
-    start(false);
-    QCOMPARE(openMessages().size(), 2);
-    const auto mentions = [](const QString& text) {
-        return std::ranges::count_if(
-            openMessages(), [&text](const QMessageBox* box) { return box->informativeText().contains(text); });
-    };
-    QCOMPARE(mentions(QDir::toNativeSeparators(movedTo)), 1);
-    QCOMPARE(mentions(u"sudo usermod"_s), 1);
-}
-
-void TestCoordinator::accessIsAskedForUntilGranted()
-{
-    m_backend->accessNow = InputBackend::Access::denied;
-    AppDelegate& app = start(false);
-    QVERIFY(!app.isMonitoring());
-    QCOMPARE(m_backend->starts, 0);
-
-    // Explained once, with the back end's own words.
-    const QList<QMessageBox*> shown = openMessages();
-    QCOMPARE(shown.size(), 1);
-    QVERIFY(shown.constFirst()->informativeText().contains(u"sudo usermod -aG input $USER"_s));
-    m_clock->advance(3 * AppDelegate::accessPollInterval);
-    QCOMPARE(openMessages().size(), 1);
-
-    m_backend->accessNow = InputBackend::Access::granted;
-    m_clock->advanceTo(4 * AppDelegate::accessPollInterval);
-    QVERIFY(app.isMonitoring());
-
-    // Asked no more once granted.
-    m_clock->advance(10 * AppDelegate::accessPollInterval);
-    QCOMPARE(m_backend->accessChecks, 5);
-    QCOMPARE(m_backend->starts, 1);
-}
-
-void TestCoordinator::accessThatCannotComeIsNotPolled()
-{
-    m_backend->accessNow = InputBackend::Access::unavailable;
-    AppDelegate& app = start(false);
-    m_clock->advance(10 * AppDelegate::accessPollInterval);
-    QCOMPARE(m_backend->accessChecks, 1);
-    QVERIFY(!app.isMonitoring());
-    // Said once, not silently left dark.
-    QCOMPARE(openMessages().size(), 1);
-}
-
-void TestCoordinator::keyAccessIsRequestedOnceAndOnDemand()
-{
-    m_backend->accessNow = InputBackend::Access::denied;
-    m_backend->requestable = true;
-    AppDelegate& app = start(false);
-    QSignalSpy sourceChanged(&app, &AppDelegate::keySourceChanged);
-
-    // One request, with one button; looking again every 2 s never asks again.
-    const auto allowButton = [] {
-        const QList<QMessageBox*> shown = openMessages();
-        QAbstractButton* found = nullptr;
-        for (QMessageBox* box : shown) {
-            for (QAbstractButton* button : box->buttons()) {
-                if (button->text() == KeyAccessPrompt::allowText())
-                    found = button;
-            }
-        }
-        return found;
-    };
-    QCOMPARE(openMessages().size(), 1);
-    QVERIFY(openMessages().constFirst()->text().contains(u"needs permission to see which keys you press"_s));
-    QVERIFY(allowButton());
-    m_clock->advance(5 * AppDelegate::accessPollInterval);
-    QCOMPARE(openMessages().size(), 1);
-    QCOMPARE(m_backend->requests, 0);
-
-    allowButton()->click();
-    QCOMPARE(m_backend->requests, 1);
-    QTRY_COMPARE(openMessages().size(), 0);
-
-    // Refused: said once, with the button to try again; nothing is asked by itself.
-    emit m_backend->accessRequestFailed(u"Key access was refused."_s);
-    QCOMPARE(openMessages().size(), 1);
-    QVERIFY(openMessages().constFirst()->informativeText().contains(u"refused"_s));
-    m_clock->advance(5 * AppDelegate::accessPollInterval);
-    QCOMPARE(m_backend->requests, 1);
-    app.requestKeyAccess();
-    QCOMPARE(m_backend->requests, 2);
-
-    // Granted (the helper greeted): keys flow at once, not at the next look.
-    m_backend->accessNow = InputBackend::Access::granted;
-    emit m_backend->accessChanged();
-    QVERIFY(app.isMonitoring());
-    QCOMPARE(app.keySource(), InputBackend::Source::helper);
-    QCOMPARE(sourceChanged.size(), 1);
-    // Without a tray, the keyboard's menu is the tray menu, access line included.
-    QCOMPARE(app.menuBarView()->menu()->actions().constFirst()->text(), u"Keys: helper"_s);
-}
-
-void TestCoordinator::shortcutsAreHeldBackOnlyWhileHovered()
-{
-    AppDelegate& app = start();
-    app.showKeyboard();
-    KeyboardPanel& panel = *app.keyboardPanel();
-    using Held = std::pair<bool, bool>;
-
-    panel.setHovering(true);
-    QCOMPARE(m_backend->swallowed, Held(false, true));
-    m_settings->setValue(SettingKeys::escapeToHideOnHover(), true);
-    QCOMPARE(m_backend->swallowed, Held(true, true));
-    panel.setHovering(false);
-    QCOMPARE(m_backend->swallowed, Held(false, false));
-
-    // Hidden while the pointer was over it: nothing stays held back, not even for a moment after.
-    panel.setHovering(true);
-    app.hideKeyboard();
-    QCOMPARE(m_backend->swallowed, Held(false, false));
-    app.showKeyboard();
-    panel.setHovering(false);
-    panel.setHovering(true);
-    QCOMPARE(m_backend->swallowed, Held(true, true));
-    app.shutdown();
-    QCOMPARE(m_backend->swallowed, Held(false, false));
-}
-
 void TestCoordinator::tapTrigger()
 {
     // Each report arrives twice, as from the two paths of the monitor.
@@ -423,17 +243,6 @@ void TestCoordinator::gesturesShowAndHide()
     QCOMPARE(app.keyboardPanel(), panel);
     QVERIFY(app.isVisible() && !app.userHid());
 
-    // Escape hides it only while the pointer is over it, and only with the setting on.
-    QVERIFY(!app.hotkeys().handleKeyDown(HotkeyManager::escapeKeyCode));
-    panel->hoverTrackingView()->mouseEntered();
-    QVERIFY(!app.hotkeys().handleKeyDown(HotkeyManager::escapeKeyCode));
-    m_settings->setValue(SettingKeys::escapeToHideOnHover(), true);
-    QVERIFY(app.hotkeys().handleKeyDown(HotkeyManager::escapeKeyCode));
-    QVERIFY(!app.isVisible());
-    QVERIFY(!m_settings->value(SettingKeys::keyboardVisible()));
-    // A hidden panel is hovered no more.
-    QVERIFY(!app.hotkeys().handleKeyDown(HotkeyManager::escapeKeyCode));
-
     // The panel's own menu hides it as the gestures do.
     app.showKeyboard();
     QMenu menu;
@@ -459,40 +268,6 @@ void TestCoordinator::singleTapOverThePanelAfterTheGrace()
     m_clock->advance(0.01);
     tapTrigger();
     QVERIFY(m_settings->value(SettingKeys::autoHideOnHover()));
-}
-
-void TestCoordinator::shutdownStopsEverything()
-{
-    AppDelegate& app = start();
-    app.shutdown();
-    QVERIFY(!m_backend->running);
-    QVERIFY(!app.updater());
-    // The recording check has stopped too.
-    m_recording = true;
-    m_clock->advance(10.0);
-    QVERIFY(!app.isVisible());
-}
-
-void TestCoordinator::staleSocketIsReplaced()
-{
-    // What an instance that crashed leaves behind: a socket file nobody listens on.
-    const QString name = m_dir->filePath(u"instance"_s);
-    const QByteArray path = QFile::encodeName(name);
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    QVERIFY(fd >= 0);
-    sockaddr_un address {};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
-    QCOMPARE(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ::close(fd);
-    QVERIFY(QFile::exists(name));
-
-    SingleInstance next(name);
-    QCOMPARE(next.claim(), SingleInstance::Role::primary);
-    QSignalSpy showRequested(&next, &SingleInstance::showRequested);
-    SingleInstance later(name);
-    QCOMPARE(later.claim(), SingleInstance::Role::secondary);
-    QVERIFY(showRequested.wait(5000));
 }
 
 QTEST_MAIN(TestCoordinator)
