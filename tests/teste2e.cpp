@@ -472,7 +472,10 @@ void TestE2e::stopOrdalis()
     m_ordalis->terminate();
     QVERIFY(m_ordalis->waitForFinished(deadline));
     QCOMPARE(m_ordalis->exitStatus(), QProcess::NormalExit);
-    QCOMPARE(m_ordalis->exitCode(), 0);
+    if (m_ordalis->exitCode() != 0) {
+        QFile errors(m_home->path(u"output/stderr"_s));
+        QVERIFY2(false, errors.open(QIODevice::ReadOnly) ? errors.readAll().left(8000).constData() : "no output");
+    }
     m_ordalis.reset();
 }
 

@@ -76,11 +76,10 @@ KeyHelperBackend::KeyHelperBackend(std::optional<Launch> launch, QObject* parent
 KeyHelperBackend::~KeyHelperBackend()
 {
     blockSignals(true);
-    if (m_process) {
-        QProcess* process = m_process.get();
-        process->disconnect(this);
-        process->closeWriteChannel();
-        // It ends as soon as it sees its input close; it cannot be killed, as it runs as another user.
+    endProcess();
+    // A helper ends as soon as it sees its input close; it cannot be killed, as it runs as another user. The event
+    // loop may have ended already, so wait here rather than leave the process objects to it.
+    for (QProcess* process : findChildren<QProcess*>(Qt::FindDirectChildrenOnly)) {
         if (!process->waitForFinished(2000))
             process->kill();
         process->waitForFinished(1000);
@@ -271,7 +270,8 @@ void KeyHelperBackend::endProcess()
     if (!process)
         return;
     process->disconnect(this);
-    // Ends by itself once its input closes; the object goes when it has.
+    // Ends by itself once its input closes; the object goes when it has, or with this back end.
+    process->setParent(this);
     connect(process, &QProcess::finished, process, &QObject::deleteLater);
     if (process->state() == QProcess::NotRunning)
         process->deleteLater();
