@@ -106,7 +106,7 @@ void TestCommandLine::renderOptions()
 {
     const CommandLine::Parsed parsed
         = CommandLine::parse({ u"ordalis"_s, u"--render"_s, u"out.png"_s, u"--theme"_s, u"Black"_s, u"--width=1200"_s,
-            u"--scale=1.5"_s, u"--keys"_s, u"Shift_L, cmd_l,a"_s, u"--keys=o,a,,"_s, u"--background=#80ff0000"_s });
+            u"--scale=1.5"_s, u"--keys"_s, u"Shift_L, cmd_l,cmd_r,a"_s, u"--keys=o,a,,"_s, u"--background=#80ff0000"_s });
     QVERIFY2(parsed.ok(), qPrintable(parsed.error));
     QCOMPARE(parsed.invocation.mode, Mode::render);
     const CommandLine::RenderOptions& render = parsed.invocation.render;
@@ -116,7 +116,7 @@ void TestCommandLine::renderOptions()
     QCOMPARE(render.width, 1200);
     QCOMPARE(render.scale, 1.5);
     // Names in any letter case, each key once, in the order first named.
-    QCOMPARE(render.heldKeys, (QList<KeyCode> { 56, 55, 0, 31 }));
+    QCOMPARE(render.heldKeys, (QList<KeyCode> { 56, 55, 54, 0, 31 }));
     QCOMPARE(render.background, QColor(255, 0, 0, 128));
 
     const CommandLine::RenderOptions defaults
