@@ -3,7 +3,7 @@
 ordalis_add_test(testtheme LIBS ordalis_theme)
 # testsymbolicons loads the icons from the resource compiled into ordalis_keyboard, so it also proves the resource
 # survives static linking.
-foreach(unit keyboardview keyboardscene shadowcache symbolicons)
+foreach(unit keyboardview keyboardscene shadowcache symbolicons keylegends)
     ordalis_add_test(test${unit} LIBS ordalis_keyboard)
 endforeach()
 ordalis_add_test(testkeyboardpanel LIBS ordalis_panel)

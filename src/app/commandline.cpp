@@ -4,7 +4,9 @@
 #include "base/settingkeys.h"
 #include "theme/themesettings.h"
 #include "base/settingsstore.h"
+#include "keyboard/keylegends.h"
 #include "keyboard/keynames.h"
+#include "keyboard/xkblayoutlist.h"
 
 #include <QCommandLineParser>
 #include <QFile>
@@ -136,6 +138,33 @@ void parseRenderOptions(const QCommandLineParser& parser, RenderOptions& render,
             render.background = colour;
     }
 
+    if (parser.isSet(u"layout"_s)) {
+        const QString name = singleValue(parser, u"layout"_s, error).trimmed();
+        QString written = name;
+        // NAME:VARIANT on the command line, as the layout(variant) XKB writes.
+        if (const qsizetype colon = name.indexOf(u':'); colon >= 0)
+            written = name.left(colon) + u'(' + name.mid(colon + 1) + u')';
+        const std::optional<XkbLayout> layout = XkbLayout::fromString(written);
+        const bool known = layout && (XkbLayoutList::all().isEmpty() ? bool(KeyLegends::compile(*layout))
+                                                                     : XkbLayoutList::find(*layout).has_value());
+        if (!known && error.isEmpty()) {
+            error = u"--layout: no keyboard layout is named \"%1\". Names are those of xkb-data, such as us, de, fr, "
+                    u"ru or de:nodeadkeys; \"localectl list-x11-keymap-layouts\" lists the layouts and "
+                    u"\"localectl list-x11-keymap-variants de\" the variants of one (or see %2)"_s
+                        .arg(name, XkbLayoutList::registryPath());
+        } else if (known) {
+            render.layout = layout;
+        }
+    }
+    if (parser.isSet(u"shape"_s)) {
+        const QString name = singleValue(parser, u"shape"_s, error).trimmed().toLower();
+        const std::optional<KeyboardShape> shape = KeyboardShapes::fromRawValue(name);
+        if ((!shape || *shape == KeyboardShape::automatic) && error.isEmpty())
+            error = u"--shape must be ansi or iso"_s;
+        else if (shape)
+            render.shape = *shape;
+    }
+
     if (error.isEmpty())
         error = parseKeys(parser.values(u"keys"_s), render.heldKeys);
 }
@@ -163,6 +192,8 @@ Parsed parse(const QStringList& arguments)
         QCommandLineOption(u"scale"_s, {}, u"ratio"_s),
         QCommandLineOption(u"keys"_s, {}, u"names"_s),
         QCommandLineOption(u"background"_s, {}, u"colour"_s),
+        QCommandLineOption(u"layout"_s, {}, u"name"_s),
+        QCommandLineOption(u"shape"_s, {}, u"shape"_s),
         QCommandLineOption(u"latency-report"_s, {}, u"file"_s),
     });
 
@@ -239,7 +270,8 @@ Parsed parse(const QStringList& arguments)
         parseRenderOptions(parser, result.invocation.render, result.error);
         return result;
     }
-    for (const QString& option : { u"theme-file"_s, u"width"_s, u"scale"_s, u"keys"_s, u"background"_s }) {
+    for (const QString& option :
+        { u"theme-file"_s, u"width"_s, u"scale"_s, u"keys"_s, u"background"_s, u"layout"_s, u"shape"_s }) {
         if (parser.isSet(option)) {
             result.error = u"--%1 is used only with --render"_s.arg(option);
             return result;
@@ -276,7 +308,7 @@ QString helpText()
 {
     return uR"(Usage: ordalis [--show | --hide | --toggle | --settings | --theme NAME | --quit]
        ordalis --render FILE [--theme NAME | --theme-file FILE] [--width PX] [--scale DPR]
-               [--keys NAMES] [--background COLOUR]
+               [--keys NAMES] [--background COLOUR] [--layout NAME[:VARIANT]] [--shape ansi|iso]
 
 Ordalis shows the keys you press on an on-screen keyboard. Started with no option, it runs as a tray item, or
 shows the keyboard of the Ordalis already running.
@@ -301,6 +333,10 @@ Drawing the keyboard into a PNG picture (needs no display):
                    lists them all.
   --background C   Fills behind the keyboard with C (a name such as white, #rrggbb or #aarrggbb);
                    transparent by default.
+  --layout L       Labels the keys as the keyboard layout L types them: an XKB name such as de, fr, ru or
+                   de:nodeadkeys (default: the US labels as printed).
+  --shape S        ansi (one-row Return) or iso (tall Return); by default ISO where the layout has a key
+                   left of Z, except for US layouts.
 
 Measuring:
   --latency-report F  When this starts Ordalis: measures the time from each key press reaching Ordalis to the
@@ -311,7 +347,7 @@ Measuring:
   -v, --version    Shows the version.
 
 Exit status: 0 when done; 1 when something failed (a picture that could not be written, a running Ordalis that
-did not answer); 2 for a command line that cannot be followed, an unknown theme or an unknown key name.
+did not answer); 2 for a command line that cannot be followed, an unknown theme, key name or layout.
 The same commands are offered over D-Bus as com.quietmakers.Ordalis (see the README).
 )"_s;
 }

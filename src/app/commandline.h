@@ -2,7 +2,9 @@
 #pragma once
 
 #include "app/remotecontrol.h"
+#include "input/xkblayout.h"
 #include "keyboard/keyboardlayout.h"
+#include "keyboard/keylabelsettings.h"
 #include "theme/themeconfig.h"
 
 #include <QColor>
@@ -40,6 +42,9 @@ struct RenderOptions
     /** Keys drawn held, in the order named, without repeats. */
     QList<KeyCode> heldKeys;
     QColor background = QColor(Qt::transparent);
+    /** Legends of this layout; the printed US ones without. */
+    std::optional<XkbLayout> layout;
+    KeyboardShape shape = KeyboardShape::automatic;
 };
 
 inline constexpr int minimumWidth = 100;

@@ -7,6 +7,7 @@
 #include "base/settingsstore.h"
 #include "input/keyboardmonitor.h"
 #include "keyboard/keyboardscene.h"
+#include "keyboard/keylabelprovider.h"
 #include "theme/themejson.h"
 
 #include <QFile>
@@ -65,6 +66,8 @@ QImage render(const Picture& picture)
     KeyboardMonitor monitor(settings, clock);
     KeyboardScene scene(settings, clock, &monitor);
     scene.setThemeConfig(picture.theme);
+    if (picture.board)
+        scene.setBoard(picture.board);
     const QSize size = logicalSize(picture.width, picture.theme);
     scene.setSize(QSizeF(size));
     for (KeyCode code : picture.heldKeys)
@@ -124,6 +127,14 @@ int run(const CommandLine::RenderOptions& options, const QString& settingsPath)
     picture.scale = options.scale;
     picture.heldKeys = options.heldKeys;
     picture.background = options.background;
+    if (options.layout || options.shape != KeyboardShape::automatic) {
+        const KeyLabels labels = options.layout ? KeyLabels { KeyLabels::Mode::fixedLayout, *options.layout }
+                                                : KeyLabels { KeyLabels::Mode::printed, {} };
+        XkbLayout shown;
+        picture.board = KeyLabelProvider::boardFor(labels, options.shape, {}, &shown);
+        if (options.layout && shown != *options.layout)
+            report(u"the keyboard layout %1 could not be read; the keys show US labels"_s.arg(options.layout->toString()));
+    }
 
     if (options.themeFile) {
         std::variant<ThemeConfig, QString> theme = themeFromFile(*options.themeFile);

@@ -31,6 +31,8 @@ struct Picture
     double scale = 1.0;
     QList<KeyCode> heldKeys;
     QColor background = QColor(Qt::transparent);
+    /** The shape and legends drawn; the printed US board when null. */
+    std::shared_ptr<const KeyBoard> board;
 };
 
 /** The size in logical pixels of the keyboard `width` wide in `theme`, as the panel would lay it out. */

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "keyboard/keyboardlayout.h"
 
+#include "keyboard/keylegends.h"
+
 #include <QtGlobal>
 
 #include <utility>
@@ -18,6 +20,7 @@ KeyDef makeKey(KeyCode code, const QString& label, std::optional<QString> second
         std::move(secondary),
         code,
         width,
+        std::nullopt,
     };
 }
 
@@ -187,4 +190,42 @@ const QList<KeyCode>& allLayoutKeyCodes()
         return result;
     }();
     return codes;
+}
+
+std::shared_ptr<const KeyBoard> KeyBoard::make(bool iso, const KeyLegends* legends)
+{
+    auto board = std::make_shared<KeyBoard>();
+    board->rows = keyboardLayout();
+    board->iso = iso;
+    if (legends != nullptr) {
+        for (KeyRow& row : board->rows) {
+            for (KeyDef& key : row) {
+                if (const KeyLegend* legend = legends->legend(key.keycode)) {
+                    key.label = legend->label;
+                    key.secondaryLabel = legend->secondaryLabel;
+                    key.altGrLabel = legend->altGrLabel;
+                }
+            }
+        }
+    }
+    if (iso) {
+        // Row 2 ends with backslash and row 3 with Return on the table; ISO swaps them and makes Return tall.
+        constexpr KeyCode backslash = 42, returnKey = 36;
+        KeyRow& upper = board->rows[2];
+        KeyRow& home = board->rows[3];
+        if (!upper.isEmpty() && upper.last().keycode == backslash && !home.isEmpty() && home.last().keycode == returnKey) {
+            KeyDef moved = upper.takeLast();
+            KeyDef tall = home.takeLast();
+            tall.widthMultiplier = 1.0;
+            upper.append(tall);
+            home.append(moved);
+        }
+    }
+    return board;
+}
+
+const std::shared_ptr<const KeyBoard>& KeyBoard::printed()
+{
+    static const std::shared_ptr<const KeyBoard> board = make(false, nullptr);
+    return board;
 }

@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 /** One key of the drawn keyboard. */
@@ -20,6 +21,8 @@ struct KeyDef
     KeyCode keycode = 0;
     /** Width in layout units; 1.0 is a letter key. */
     double widthMultiplier = 1.0;
+    /** What AltGr types on the key, drawn small in its bottom-right corner; only where a layout has one. */
+    std::optional<QString> altGrLabel;
 
     friend bool operator==(const KeyDef&, const KeyDef&) = default;
 };
@@ -40,3 +43,24 @@ const KeyDef& upArrowKey();
 
 /** Every key code of the board and the arrows (79 codes), in board order with the arrows last. */
 const QList<KeyCode>& allLayoutKeyCodes();
+
+class KeyLegends;
+
+/**
+ * The keyboard as drawn: the rows of the table in one shape, with one layout's legends on the letter, digit and
+ * punctuation caps. Ids and key codes stay those of the table; only labels change.
+ */
+struct KeyBoard
+{
+    QList<KeyRow> rows;
+    /**
+     * The ISO shape: Return is one tall key over rows 2 and 3 (listed at the end of row 2, 1 unit wide at the top)
+     * and the backslash key moves to the end of row 3, before Return's lower part.
+     */
+    bool iso = false;
+
+    /** `legends` may be nullptr: the table's own labels. */
+    static std::shared_ptr<const KeyBoard> make(bool iso, const KeyLegends* legends);
+    /** The table as it stands: ANSI shape, printed labels. */
+    static const std::shared_ptr<const KeyBoard>& printed();
+};

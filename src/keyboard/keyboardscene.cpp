@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -73,6 +74,7 @@ struct KeyboardScene::Private
 
     std::optional<ThemeConfig> fixedConfig;
     ThemeConfig config;
+    std::shared_ptr<const KeyBoard> board = KeyBoard::printed();
     QSizeF size;
     bool translucent = true;
     double unitSize = 0;
@@ -130,6 +132,20 @@ double KeyboardScene::unitSizeFor(const QSizeF& size, const ThemeConfig& config)
     const double s = ThemeStyle(config).keySpacing / 60.0;
     return std::min(size.width() / (KeyboardView::rowWidthUnits + (KeyboardView::rowWidthSpacings + 2) * s),
         size.height() / (KeyboardView::rowsHeightUnits + (KeyboardView::rowsHeightSpacings + 2) * s));
+}
+
+void KeyboardScene::setBoard(std::shared_ptr<const KeyBoard> board)
+{
+    if (!board || board == d->board)
+        return;
+    // The old board goes only after the keys that point into it.
+    const std::shared_ptr<const KeyBoard> previous = std::exchange(d->board, std::move(board));
+    relayout();
+}
+
+const KeyBoard& KeyboardScene::board() const
+{
+    return *d->board;
 }
 
 void KeyboardScene::setThemeConfig(const std::optional<ThemeConfig>& config)
@@ -220,7 +236,7 @@ void KeyboardScene::relayout()
     if (d->unitSize > 0) {
         const QRectF keyboardRect(s, s, KeyboardView::rowWidthUnits * d->unitSize + KeyboardView::rowWidthSpacings * s,
             KeyboardView::rowsHeightUnits * d->unitSize + KeyboardView::rowsHeightSpacings * s);
-        const KeyboardView view(d->config, keyboardRect, d->unitSize, d->style);
+        const KeyboardView view(d->config, keyboardRect, d->unitSize, d->style, *d->board);
         d->keys.reserve(view.keys().size());
         for (const KeyPlacement& placement : view.keys()) {
             const QRectF bounds = KeyCapView::paintedBounds(placement.rect, style);

@@ -41,6 +41,10 @@ public:
     /** Unit size for a content area of `size` under `config`: the keys plus one spacing of padding fit in it. */
     static double unitSizeFor(const QSizeF& size, const ThemeConfig& config);
 
+    /** Draws `board` (its shape and legends); the table as printed until set. Laid out and repainted at once. */
+    void setBoard(std::shared_ptr<const KeyBoard> board);
+    const KeyBoard& board() const;
+
     /** Draws `config` instead of the active theme; none follows "activeThemeConfig" again. */
     void setThemeConfig(const std::optional<ThemeConfig>& config);
     const ThemeConfig& themeConfig() const;

@@ -61,7 +61,7 @@ double KeyboardView::keyWidth(double widthMultiplier, double unitSize, double ke
 }
 
 KeyboardView::KeyboardView(const ThemeConfig& config, const QRectF& rect, std::optional<double> overrideUnitSize,
-    std::optional<ThemeStyle> overrideStyle)
+    std::optional<ThemeStyle> overrideStyle, const KeyBoard& board)
 {
     const ThemeStyle base(config);
     m_unitSize = overrideUnitSize ? *overrideUnitSize : computedUnitSize(rect.size(), base.keySpacing);
@@ -70,8 +70,10 @@ KeyboardView::KeyboardView(const ThemeConfig& config, const QRectF& rect, std::o
     const double u = m_unitSize;
     const double s = m_style.keySpacing;
     const double keyHeight = u * keyHeightUnits;
-    const QList<KeyRow>& rows = keyboardLayout();
+    const QList<KeyRow>& rows = board.rows;
     const int rowCount = int(rows.size());
+    // The ISO home row is short by Return's lower part, which hangs down from the row above.
+    const int isoHomeRow = board.iso && rowCount > 3 ? 3 : -1;
 
     // Row widths first: the stack is as wide as its widest row and centres the others in it.
     QList<double> rowWidths;
@@ -85,7 +87,11 @@ KeyboardView::KeyboardView(const ThemeConfig& config, const QRectF& rect, std::o
             w += s + ArrowClusterView::width(m_style, u);
         rowWidths.append(w);
     }
+    if (isoHomeRow >= 0)
+        rowWidths[isoHomeRow] = 0;
     const double stackWidth = rowWidths.isEmpty() ? 0 : *std::max_element(rowWidths.cbegin(), rowWidths.cend());
+    if (isoHomeRow >= 0)
+        rowWidths[isoHomeRow] = stackWidth;
     const double stackHeight = rowCount * keyHeight + std::max(rowCount - 1, 0) * s;
     const double left = rect.left() + (rect.width() - stackWidth) / 2;
     const double top = rect.top() + (rect.height() - stackHeight) / 2;
@@ -96,8 +102,20 @@ KeyboardView::KeyboardView(const ThemeConfig& config, const QRectF& rect, std::o
         const double y = top + r * (keyHeight + s);
         for (const KeyDef& key : rows[r]) {
             const double w = keyWidth(key.widthMultiplier, u, s);
-            m_keys.append({ &key, QRectF(x, y, w, keyHeight), r, r == 0, false, cornerPosition(r, rowCount, key) });
+            m_keys.append({ &key, QRectF(x, y, w, keyHeight), r, r == 0, false, cornerPosition(r, rowCount, key), QSizeF() });
             x += w + s;
+        }
+        if (r == isoHomeRow && r > 0 && !rows[r - 1].isEmpty()) {
+            // Return, last on the row above, reaches down to this row's end of keys, one spacing away.
+            for (KeyPlacement& placement : m_keys) {
+                if (placement.row != r - 1 || placement.key != &rows[r - 1].last())
+                    continue;
+                const double notchWidth = x - placement.rect.left();
+                if (notchWidth > 0 && notchWidth < placement.rect.width()) {
+                    placement.rect.setHeight(2 * keyHeight + s);
+                    placement.notch = QSizeF(notchWidth, keyHeight + s);
+                }
+            }
         }
         if (r == rowCount - 1) {
             const auto arrows = ArrowClusterView::layout(QPointF(x, y), m_style, u, keyHeight);
@@ -105,7 +123,7 @@ KeyboardView::KeyboardView(const ThemeConfig& config, const QRectF& rect, std::o
             for (int i = 0; i < 4; ++i) {
                 const bool isRight = arrowKeys[i] == &rightArrowKey();
                 m_keys.append({ arrowKeys[i], arrows[std::size_t(i)], r, false, true,
-                    isRight ? CornerKeyPosition::bottomRight : CornerKeyPosition::none });
+                    isRight ? CornerKeyPosition::bottomRight : CornerKeyPosition::none, QSizeF() });
             }
         }
     }

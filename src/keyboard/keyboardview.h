@@ -26,6 +26,8 @@ struct KeyPlacement
     bool isFunctionRow = false;
     bool isArrow = false;
     CornerKeyPosition corner = CornerKeyPosition::none;
+    /** Cut out of the bottom-left corner of `rect` (the tall ISO Return); empty for every other key. */
+    QSizeF notch;
 };
 
 /**
@@ -45,7 +47,7 @@ std::array<QRectF, 4> layout(QPointF origin, const ThemeStyle& style, double uni
 
 /**
  * The keyboard laid out in a rectangle: one unit size derived from the offered size and the theme's spacing, the
- * six rows of the layout table stacked with one spacing between rows and keys, the arrow cluster after the bottom
+ * six rows of the board (the layout table, or its ISO shape) stacked with one spacing between rows and keys, the arrow cluster after the bottom
  * row, everything centred so that slack is shared equally on both sides.
  *
  * A plain value: build one whenever the size or the theme changes.
@@ -68,7 +70,7 @@ public:
      * driving the stacks even when it disagrees with the one the unit size came from.
      */
     KeyboardView(const ThemeConfig& config, const QRectF& rect, std::optional<double> overrideUnitSize = std::nullopt,
-        std::optional<ThemeStyle> overrideStyle = std::nullopt);
+        std::optional<ThemeStyle> overrideStyle = std::nullopt, const KeyBoard& board = *KeyBoard::printed());
 
     /** Largest unit size at which a keyboard with spacing `keySpacing` (at unit 60) fits in `size`. */
     static double computedUnitSize(const QSizeF& size, double keySpacing);
@@ -80,7 +82,7 @@ public:
     double unitSize() const { return m_unitSize; }
     /** The style the keys are drawn with (scaled to the unit size unless overridden). */
     const ThemeStyle& style() const { return m_style; }
-    /** Every key of the board in table order, then up, left, down and right arrow. */
+    /** Every key of the board in row order, then up, left, down and right arrow. The board must outlive the view. */
     const QList<KeyPlacement>& keys() const { return m_keys; }
     /** The placement of the key with `code`, or nullptr. */
     const KeyPlacement* placement(KeyCode code) const;

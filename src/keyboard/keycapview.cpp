@@ -277,12 +277,12 @@ void KeyCapView::paintLive(QPainter& painter, const KeyPlacement& placement, con
     const QColor dropColour = shadowColour(drop);
     if (dropColour.alpha() > 0) {
         const ShadowCache::Piece piece
-            = m_shadows.dropShadow(rect.size(), radii, drop.radius, QPointF(drop.x, drop.y), dropColour, dpr);
+            = m_shadows.dropShadow(rect.size(), radii, drop.radius, QPointF(drop.x, drop.y), dropColour, dpr, placement.notch);
         if (!piece.image.isNull())
             imageAt(rect.topLeft() + piece.offset, piece.image);
     }
 
-    const QPainterPath shape = keyShapePath(rect, radii);
+    const QPainterPath shape = keyShapePath(rect, radii, placement.notch);
     if (style.gradient && !placement.isArrow) {
         QLinearGradient gradient(rect.topLeft(), rect.bottomLeft());
         QColor top = face;
@@ -302,7 +302,7 @@ void KeyCapView::paintLive(QPainter& painter, const KeyPlacement& placement, con
             std::max(radii.bottomRight - inset, 0.0), std::max(radii.bottomLeft - inset, 0.0) };
         QPen pen(border, style.borderWidth, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin);
         pen.setMiterLimit(10);
-        painter.strokePath(keyShapePath(rect.adjusted(inset, inset, -inset, -inset), inner), pen);
+        painter.strokePath(keyShapePath(rect.adjusted(inset, inset, -inset, -inset), inner, placement.notch), pen);
     }
 
     if (placement.isArrow) {
@@ -349,7 +349,7 @@ void KeyCapView::paintLive(QPainter& painter, const KeyPlacement& placement, con
         if (strokeReaches)
             shadow.strokeColour = face;
         if (shadow.colour.alpha() > 0 || strokeReaches) {
-            const ShadowCache::Piece piece = m_shadows.innerShadow(rect.size(), radii, shadow, dpr);
+            const ShadowCache::Piece piece = m_shadows.innerShadow(rect.size(), radii, shadow, dpr, placement.notch);
             if (!piece.image.isNull())
                 imageAt(rect.topLeft() + piece.offset, piece.image);
         }
@@ -518,6 +518,12 @@ QImage KeyCapView::renderLabelMask(const KeyPlacement& placement, double u, qrea
         lower.draw(painter, QPointF(area.center().x() - size.width() / 2, area.bottom() - 2 - size.height()));
         break;
     }
+    }
+    if (key.altGrLabel && (rule == LabelRule::plainText || rule == LabelRule::twoLegends)) {
+        // What AltGr types, small in the bottom-right corner, where printed keyboards put it.
+        TextItem text(*key.altGrLabel, 0.2 * u, QFont::Normal, image);
+        const QSizeF size = text.size();
+        text.draw(painter, QPointF(area.right() - 2 - size.width(), area.bottom() - 2 - size.height()));
     }
     return image;
 }

@@ -3,6 +3,7 @@
 
 #include <QPainterPath>
 #include <QRectF>
+#include <QSizeF>
 
 /** Radii of the four corners of a key shape, in points. */
 struct CornerRadii
@@ -22,3 +23,10 @@ struct CornerRadii
  * never folds over itself however small the rectangle gets.
  */
 QPainterPath keyShapePath(const QRectF& rect, const CornerRadii& radii);
+
+/**
+ * The same with `notch` cut out of the bottom-left corner: an L turned upside down, like the tall Return of an ISO
+ * keyboard. The bottom-left radius rounds both outer corners there and the inside corner of the cut. An empty
+ * notch, or one that would leave nothing of the shape, gives the plain rectangle.
+ */
+QPainterPath keyShapePath(const QRectF& rect, const CornerRadii& radii, const QSizeF& notch);

@@ -64,6 +64,7 @@ struct Key
     double blurRadius = 0;
     double offsetX = 0, offsetY = 0;
     double strokeWidth = 0, scaleX = 0, scaleY = 0;
+    double notchWidth = 0, notchHeight = 0;
     double devicePixelRatio = 1;
     QRgb colour = 0;
     QRgb strokeColour = 0;
@@ -75,7 +76,7 @@ size_t qHash(const Key& key, size_t seed = 0)
 {
     return qHashMulti(seed, quint8(key.kind), key.widthQuarters, key.heightQuarters, key.topLeft, key.topRight,
         key.bottomRight, key.bottomLeft, key.blurRadius, key.offsetX, key.offsetY, key.strokeWidth, key.scaleX,
-        key.scaleY, key.devicePixelRatio, key.colour, key.strokeColour);
+        key.scaleY, key.notchWidth, key.notchHeight, key.devicePixelRatio, key.colour, key.strokeColour);
 }
 
 /** The key's size and radii as a piece is built from them: quantised, sanitised, radii limited to what shows. */
@@ -84,13 +85,15 @@ struct KeyGeometry
     Key key;
     QSizeF size; // points, after quantisation
     CornerRadii radii;
+    QSizeF notch; // points, cut from the bottom-left corner
 
     bool isEmpty() const { return key.widthQuarters <= 0 || key.heightQuarters <= 0; }
     double dpr() const { return key.devicePixelRatio; }
     QSize deviceSize() const { return { (key.widthQuarters + 3) / 4, (key.heightQuarters + 3) / 4 }; }
 };
 
-KeyGeometry keyGeometry(Kind kind, const QSizeF& keySize, const CornerRadii& radii, qreal devicePixelRatio)
+KeyGeometry keyGeometry(
+    Kind kind, const QSizeF& keySize, const CornerRadii& radii, const QSizeF& notch, qreal devicePixelRatio)
 {
     KeyGeometry geometry;
     Key& key = geometry.key;
@@ -112,6 +115,13 @@ KeyGeometry keyGeometry(Kind kind, const QSizeF& keySize, const CornerRadii& rad
     key.topRight = geometry.radii.topRight;
     key.bottomRight = geometry.radii.bottomRight;
     key.bottomLeft = geometry.radii.bottomLeft;
+    const double notchWidth = nonNegative(notch.width(), geometry.size.width());
+    const double notchHeight = nonNegative(notch.height(), geometry.size.height());
+    if (notchWidth > 0 && notchHeight > 0 && notchWidth < geometry.size.width() && notchHeight < geometry.size.height()) {
+        key.notchWidth = std::round(notchWidth * 1000) / 1000;
+        key.notchHeight = std::round(notchHeight * 1000) / 1000;
+        geometry.notch = QSizeF(key.notchWidth, key.notchHeight);
+    }
     return geometry;
 }
 
@@ -397,7 +407,7 @@ DropMask buildDropMask(const KeyGeometry& geometry)
         painter.setRenderHint(QPainter::Antialiasing);
         painter.translate(-left, -top);
         painter.scale(dpr, dpr);
-        painter.fillPath(keyShapePath(inset, geometry.radii), Qt::black);
+        painter.fillPath(keyShapePath(inset, geometry.radii, geometry.notch), Qt::black);
     }
     blurBytes(mask.alpha, sigma, sigma);
     return mask;
@@ -417,18 +427,19 @@ struct InnerMask
  * width less the shape shrunk by it. Filled rather than stroked, since QPainter's stroker loses wide strokes that
  * fold over themselves in a small key.
  */
-QPainterPath strokeArea(const QRectF& rect, const CornerRadii& radii, double width)
+QPainterPath strokeArea(const QRectF& rect, const CornerRadii& radii, const QSizeF& notch, double width)
 {
     const double half = width / 2;
     // A sharp corner stays sharp outside (the mitre); inside, a corner rounder than the stroke keeps some rounding.
     const auto grown = [half](double radius) { return radius > 0 ? radius + half : 0.0; };
     const auto shrunk = [half](double radius) { return std::max(radius - half, 0.0); };
     QPainterPath area = keyShapePath(rect.adjusted(-half, -half, half, half),
-        { grown(radii.topLeft), grown(radii.topRight), grown(radii.bottomRight), grown(radii.bottomLeft) });
+        { grown(radii.topLeft), grown(radii.topRight), grown(radii.bottomRight), grown(radii.bottomLeft) }, notch);
     const QRectF inner = rect.adjusted(half, half, -half, -half);
     if (!inner.isEmpty()) {
         area.addPath(keyShapePath(inner,
-            { shrunk(radii.topLeft), shrunk(radii.topRight), shrunk(radii.bottomRight), shrunk(radii.bottomLeft) }));
+            { shrunk(radii.topLeft), shrunk(radii.topRight), shrunk(radii.bottomRight), shrunk(radii.bottomLeft) },
+            notch));
     }
     area.setFillRule(Qt::OddEvenFill);
     return area;
@@ -444,12 +455,12 @@ InnerMask buildInnerMask(const KeyGeometry& geometry)
     const double dpr = geometry.dpr();
     const QSize size = geometry.deviceSize();
     const QRectF rect(QPointF(0, 0), geometry.size);
-    const QPainterPath shape = keyShapePath(rect, geometry.radii);
+    const QPainterPath shape = keyShapePath(rect, geometry.radii, geometry.notch);
     QTransform aroundCentre;
     aroundCentre.translate(rect.center().x(), rect.center().y());
     aroundCentre.scale(key.scaleX, key.scaleY);
     aroundCentre.translate(-rect.center().x(), -rect.center().y());
-    const QPainterPath stroke = strokeArea(rect, geometry.radii, key.strokeWidth);
+    const QPainterPath stroke = strokeArea(rect, geometry.radii, geometry.notch, key.strokeWidth);
 
     InnerMask mask;
     mask.cover = blankAlpha(size.width(), size.height());
@@ -630,12 +641,12 @@ ShadowCache::ShadowCache(qint64 maxBytes)
 ShadowCache::~ShadowCache() = default;
 
 ShadowCache::Piece ShadowCache::dropShadow(const QSizeF& keySize, const CornerRadii& radii, double blurRadius,
-    const QPointF& shadowOffset, const QColor& colour, qreal devicePixelRatio)
+    const QPointF& shadowOffset, const QColor& colour, qreal devicePixelRatio, const QSizeF& notch)
 {
     const QRgb rgba = rgbaOf(colour);
     if (rgba == 0)
         return {};
-    KeyGeometry geometry = keyGeometry(Kind::drop, keySize, radii, devicePixelRatio);
+    KeyGeometry geometry = keyGeometry(Kind::drop, keySize, radii, notch, devicePixelRatio);
     if (geometry.isEmpty())
         return {};
     Key& key = geometry.key;
@@ -661,13 +672,14 @@ ShadowCache::Piece ShadowCache::dropShadow(const QSizeF& keySize, const CornerRa
 }
 
 ShadowCache::Piece ShadowCache::innerShadow(
-    const QSizeF& keySize, const CornerRadii& radii, const InnerShadowSpec& shadow, qreal devicePixelRatio)
+    const QSizeF& keySize, const CornerRadii& radii, const InnerShadowSpec& shadow, qreal devicePixelRatio,
+    const QSizeF& notch)
 {
     const QRgb rgba = rgbaOf(shadow.colour);
     const QRgb strokeRgba = rgbaOf(shadow.strokeColour);
     if (rgba == 0 && strokeRgba == 0)
         return {};
-    KeyGeometry geometry = keyGeometry(Kind::inner, keySize, radii, devicePixelRatio);
+    KeyGeometry geometry = keyGeometry(Kind::inner, keySize, radii, notch, devicePixelRatio);
     if (geometry.isEmpty())
         return {};
     Key& key = geometry.key;

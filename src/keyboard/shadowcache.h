@@ -63,17 +63,18 @@ public:
     /**
      * The drop shadow of a key of `keySize`: the key's shape inset by 1 point, moved by `shadowOffset` and blurred
      * by `blurRadius`, in `colour`. `offset` of the piece includes the blur margin and `shadowOffset`. The caller
-     * paints the key face over it. Null for a transparent colour or a key too small to have an inset.
+     * paints the key face over it. Null for a transparent colour or a key too small to have an inset. A non-empty
+     * `notch` cuts the key's bottom-left corner out (see keyShapePath).
      */
     Piece dropShadow(const QSizeF& keySize, const CornerRadii& radii, double blurRadius, const QPointF& shadowOffset,
-        const QColor& colour, qreal devicePixelRatio);
+        const QColor& colour, qreal devicePixelRatio, const QSizeF& notch = {});
 
     /**
      * The inner shadow of a key of `keySize`: exactly the key's size (offset 0, 0; rounded up to whole device
      * pixels), already clipped to the key's shape. Null when nothing would show.
      */
-    Piece innerShadow(
-        const QSizeF& keySize, const CornerRadii& radii, const InnerShadowSpec& shadow, qreal devicePixelRatio);
+    Piece innerShadow(const QSizeF& keySize, const CornerRadii& radii, const InnerShadowSpec& shadow,
+        qreal devicePixelRatio, const QSizeF& notch = {});
 
     /**
      * Gaussian blur of `image` in place, `sigma` in device pixels; pixels beyond the edges count as transparent.
