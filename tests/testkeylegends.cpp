@@ -64,7 +64,7 @@ private slots:
         QTest::newRow("de nodeadkeys") << u"de(nodeadkeys)"_s << KeyCode(10) << u"^ ° ¬"_s;
         QTest::newRow("fr A on Q") << u"fr"_s << KeyCode(12) << u"A - -"_s;
         QTest::newRow("fr & over 1") << u"fr"_s << KeyCode(18) << u"& 1 ¹"_s;
-        QTest::newRow("fr ù") << u"fr"_s << KeyCode(39) << u"ù % ^"_s;
+        QTest::newRow("fr ù, its dead AltGr left off") << u"fr"_s << KeyCode(39) << u"ù % -"_s;
         QTest::newRow("fr dead circumflex") << u"fr"_s << KeyCode(33) << u"^ ¨ -"_s;
         QTest::newRow("ru Й") << u"ru"_s << KeyCode(12) << u"Й - -"_s;
         QTest::newRow("ru Ё") << u"ru"_s << KeyCode(10) << u"Ё - -"_s;
