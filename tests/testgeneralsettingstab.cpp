@@ -4,14 +4,19 @@
 #include "base/settingkeys.h"
 #include "input/keyboardmonitor.h"
 #include "input/triggermodifier.h"
+#include "keyboard/keylabelsettings.h"
 #include "settingsdump.h"
 #include "testsupport.h"
 #include "ui/generalsettingstab.h"
 #include "ui/gradientslider.h"
+#include "ui/layoutpicker.h"
 #include "ui/toggleswitch.h"
 #include "ui/updatersettingssection.h"
 
+#include <QListView>
 #include <QPushButton>
+#include <QScreen>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
 
@@ -23,6 +28,18 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr ModifierFlags capsLockFlag = 0x10000;
+
+// The layouts the key label picker offers, read from XKB_CONFIG_ROOT instead of the installed xkb-data.
+constexpr char registry[] = R"(<xkbConfigRegistry><layoutList>
+<layout><configItem><name>us</name><description>English (US)</description></configItem></layout>
+<layout><configItem><name>de</name><description>German</description></configItem>
+  <variantList><variant><configItem><name>nodeadkeys</name><description>German (no dead keys)</description>
+  </configItem></variant></variantList></layout>
+<layout><configItem><name>at</name><description>German (Austria)</description></configItem></layout>
+<layout><configItem><name>fr</name><description>French</description></configItem>
+  <variantList><variant><configItem><name>bepo</name><description>French (BÉPO, ergonomic, Dvořák way)</description>
+  </configItem></variant></variantList></layout>
+</layoutList></xkbConfigRegistry>)";
 
 struct Fixture
 {
@@ -94,6 +111,9 @@ const QList<Row> rows {
     { KEY(autoHideOpacity), "0.5" },
     { KEY(glowDecay), "2" },
     { KEY(hyperKeyShowAsCapsLock), "false" },
+    { "keyboardShape",
+        [](const SettingsStore& s) { return KeyboardShapes::rawValue(s.value(SettingKeys::keyboardShape())); },
+        "ansi" },
 };
 
 } // namespace
@@ -103,12 +123,18 @@ class TestGeneralSettingsTab final : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void init();
     void cleanup() { m_f.reset(); }
 
     void wholeTab();
     void controls_data();
     void controls();
+    void keyLabelsPicker_data();
+    void keyLabelsPicker();
+    void keyboardSectionFollowsSettings();
+    void keyLabelsPickerOpening_data();
+    void keyLabelsPickerOpening();
     void hyperKeyRecordingTakesOneCombination();
     void updatesSection();
 
@@ -121,7 +147,18 @@ private:
     }
 
     std::unique_ptr<Fixture> m_f;
+    QTemporaryDir m_xkbRoot;
 };
+
+void TestGeneralSettingsTab::initTestCase()
+{
+    QVERIFY(QDir(m_xkbRoot.path()).mkpath(u"rules"_s));
+    QFile file(m_xkbRoot.filePath(u"rules/evdev.xml"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(registry);
+    file.close();
+    qputenv("XKB_CONFIG_ROOT", QFile::encodeName(m_xkbRoot.path()));
+}
 
 void TestGeneralSettingsTab::init()
 {
@@ -139,7 +176,10 @@ void TestGeneralSettingsTab::wholeTab()
             u"pass through while you hover over it."_s,
             u"Hide opacity = 0.10"_s, u"Glow decay = 0.15s"_s, u"# Updates (arrow.triangle.2.circlepath)"_s,
             u"Version 2.4.1"_s, u"(Check for Updates…)"_s, u"[ ] Check for updates automatically"_s,
-            u"  <Daily> (off)"_s, u"# HyperKey (capslock)"_s,
+            u"  <Daily> (off)"_s, u"# Keyboard (keyboard)"_s, u"Key Labels"_s, u"(Follow Keyboard Layout)"_s,
+            u"Keyboard Shape"_s, u"*Automatic | ANSI | ISO"_s,
+            u"Labels follow the layout you type with. ISO keyboards have a tall Return and one more key left of Z."_s,
+            u"# HyperKey (capslock)"_s,
             u"If you use an app like HyperKey that remaps Caps Lock to a modifier combo, record it here so the "
             u"keyboard shows the right keys."_s,
             u"(Record HyperKey)"_s, u"When HyperKey is held, show:"_s, u"*Caps Lock | Modifiers"_s }));
@@ -161,6 +201,102 @@ void TestGeneralSettingsTab::controls()
     QCOMPARE(row.stored(m_f->settings), QString::fromUtf8(row.afterUse));
 }
 
+void TestGeneralSettingsTab::keyLabelsPicker_data()
+{
+    QTest::addColumn<QString>("search");
+    // Keys pressed in the search field afterwards; 0 clicks the highlighted row instead.
+    QTest::addColumn<QList<int>>("keys");
+    QTest::addColumn<int>("listed");
+    QTest::addColumn<QString>("stored");
+
+    const int enter = Qt::Key_Return;
+    QTest::newRow("first match") << u"german"_s << QList { enter } << 6 << u"de"_s;
+    QTest::newRow("arrow down") << u"german"_s << QList { int(Qt::Key_Down), enter } << 6 << u"at"_s;
+    QTest::newRow("by name") << u"NODEAD"_s << QList { enter } << 4 << u"de(nodeadkeys)"_s;
+    QTest::newRow("accents and words") << u"DVORAK fren"_s << QList { 0 } << 4 << u"fr(bepo)"_s;
+    QTest::newRow("fixed choices stay") << u"zzz"_s << QList { enter, int(Qt::Key_Down), int(Qt::Key_Down), enter } << 2
+                                        << u"printed"_s;
+    QTest::newRow("up skips the separator") << u"french"_s << QList { int(Qt::Key_Up), enter } << 5 << u"printed"_s;
+    QTest::newRow("escape") << u"german"_s << QList { int(Qt::Key_Escape) } << 6 << u"follow"_s;
+}
+
+void TestGeneralSettingsTab::keyLabelsPicker()
+{
+    QFETCH(QString, search);
+    QFETCH(QList<int>, keys);
+    QFETCH(int, listed);
+    QFETCH(QString, stored);
+    auto* picker = m_f->tab->findChild<LayoutPicker*>(u"keyLabels"_s);
+    QTest::mouseClick(picker, Qt::LeftButton);
+    LayoutPopup* popup = picker->popup();
+    QVERIFY(popup && popup->isVisible());
+    QCOMPARE(popup->searchField()->placeholderText(), u"Search layouts"_s);
+    QTest::keyClicks(popup->searchField(), search);
+    QCOMPARE(popup->list()->model()->rowCount(), listed);
+    for (int key : keys) {
+        if (key == 0) {
+            QListView* list = popup->list();
+            QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualRect(list->currentIndex()).center());
+        } else {
+            QTest::keyClick(popup->searchField(), Qt::Key(key));
+        }
+    }
+    QVERIFY(!popup->isVisible());
+    QCOMPARE(m_f->settings.value(SettingKeys::keyLabels()).rawValue(), stored);
+    QCOMPARE(picker->text(), m_f->settings.value(SettingKeys::keyLabels()).displayName());
+}
+
+void TestGeneralSettingsTab::keyboardSectionFollowsSettings()
+{
+    m_f->settings.setValue(SettingKeys::keyLabels(), *KeyLabels::fromRawValue(u"de(nodeadkeys)"));
+    m_f->settings.setValue(SettingKeys::keyboardShape(), KeyboardShape::iso);
+    QCOMPARE(settingsDump(m_f->tab->keyboardSection()->content()).mid(1, 3),
+        (QStringList { u"(German (no dead keys))"_s, u"Keyboard Shape"_s, u"Automatic | ANSI | *ISO"_s }));
+
+    // Reopened, the picker starts from the chosen layout, with the search cleared.
+    auto* picker = m_f->tab->findChild<LayoutPicker*>(u"keyLabels"_s);
+    for (int round = 0; round < 2; ++round) {
+        QTest::mouseClick(picker, Qt::LeftButton);
+        QCOMPARE(picker->popup()->searchField()->text(), QString());
+        QCOMPARE(picker->popup()->list()->currentIndex().data().toString(), u"German (no dead keys)"_s);
+        QTest::keyClicks(picker->popup()->searchField(), u"fr"_s);
+        QTest::keyClick(picker->popup()->searchField(), Qt::Key_Escape);
+    }
+    QCOMPARE(m_f->settings.value(SettingKeys::keyLabels()).rawValue(), u"de(nodeadkeys)"_s);
+}
+
+void TestGeneralSettingsTab::keyLabelsPickerOpening_data()
+{
+    QTest::addColumn<int>("key");
+    QTest::addColumn<QString>("search");
+    // Where the tab's window sits: low on the screen, the popup opens above the picker.
+    QTest::addColumn<bool>("low");
+    QTest::newRow("F4") << int(Qt::Key_F4) << QString() << false;
+    QTest::newRow("arrow") << int(Qt::Key_Down) << QString() << true;
+    QTest::newRow("letter") << int(Qt::Key_G) << u"g"_s << false;
+}
+
+void TestGeneralSettingsTab::keyLabelsPickerOpening()
+{
+    QFETCH(int, key);
+    QFETCH(QString, search);
+    QFETCH(bool, low);
+    auto* picker = m_f->tab->findChild<LayoutPicker*>(u"keyLabels"_s);
+    m_f->tab->ensureWidgetVisible(picker);
+    const QRect screen = picker->screen()->availableGeometry();
+    const int pickerY = low ? screen.bottom() - 60 : screen.top() + 60;
+    m_f->tab->move(m_f->tab->pos() + QPoint(0, pickerY - picker->mapToGlobal(QPoint()).y()));
+
+    picker->setFocus();
+    QTest::keyClick(picker, Qt::Key(key), {});
+    LayoutPopup* popup = picker->popup();
+    QVERIFY(popup && popup->isVisible());
+    QCOMPARE(popup->searchField()->text(), search);
+    const QRect around(picker->mapToGlobal(QPoint()), picker->size());
+    QVERIFY(screen.contains(popup->geometry()));
+    QCOMPARE(low ? popup->geometry().bottom() < around.top() : popup->geometry().top() > around.bottom(), true);
+}
+
 void TestGeneralSettingsTab::hyperKeyRecordingTakesOneCombination()
 {
     auto* record = m_f->tab->findChild<QPushButton*>(u"recordHyperKey"_s);
@@ -169,7 +305,7 @@ void TestGeneralSettingsTab::hyperKeyRecordingTakesOneCombination()
     QCOMPARE(record->text(), u"Press Caps Lock..."_s);
     m_f->pressHyperKey(0x1E0000 | 0x800000);
     QCOMPARE(m_f->settings.value(SettingKeys::hyperKeyModifiers()), std::uint64_t(0x1E0000));
-    QCOMPARE(settingsDump(m_f->tab->widget()).mid(18, 3),
+    QCOMPARE(settingsDump(m_f->tab->widget()).mid(24, 3),
         (QStringList { u"(Record HyperKey)"_s, u"lshift, lctrl, lalt, lcmd"_s, u"(Clear)"_s }));
 
     QTest::mouseClick(clear, Qt::LeftButton);
@@ -206,7 +342,7 @@ void TestGeneralSettingsTab::updatesSection()
     make(false);
     QCOMPARE(settingsDump(m_f->tab->widget()).mid(11, 4),
         (QStringList { u"# Updates (arrow.triangle.2.circlepath)"_s, u"Version 3.0"_s,
-            u"Updates come from your package manager."_s, u"# HyperKey (capslock)"_s }));
+            u"Updates come from your package manager."_s, u"# Keyboard (keyboard)"_s }));
 }
 
 QTEST_MAIN(TestGeneralSettingsTab)

@@ -5,6 +5,8 @@
 #include "base/settingsstore.h"
 #include "input/keyboardmonitor.h"
 #include "input/triggermodifier.h"
+#include "keyboard/keylabelsettings.h"
+#include "ui/layoutpicker.h"
 #include "ui/modifiernames.h"
 #include "ui/segmentedcontrol.h"
 #include "ui/settingsrows.h"
@@ -54,8 +56,10 @@ GeneralSettingsTab::GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor*
 {
     QVBoxLayout* layout = SettingsStyle::startSettingsPage(this);
     buildBehaviour();
+    buildKeyboard();
     buildHyperKey();
     layout->addWidget(m_behaviour);
+    layout->addWidget(m_keyboard);
     layout->addWidget(m_hyperKey);
     SettingsStyle::finishSettingsPage(this, layout);
     restyle();
@@ -127,6 +131,54 @@ void GeneralSettingsTab::buildBehaviour()
 
     m_settings.bind(SettingKeys::triggerModifier(), this, [this](TriggerModifier) { showTrigger(); });
     showTrigger();
+}
+
+void GeneralSettingsTab::buildKeyboard()
+{
+    m_keyboard = new SettingsSection(u"Keyboard"_s, u"keyboard"_s, 8);
+
+    // A label column as wide as the slider rows', so both controls start at the same place.
+    const auto addRow = [this](const QString& text, QWidget* control) {
+        auto* row = new QWidget;
+        auto* rowLayout = new QHBoxLayout(row);
+        rowLayout->setContentsMargins(0, 0, 0, 0);
+        rowLayout->setSpacing(SettingsLayout::columnGap);
+        auto* label = new ToneLabel(text, ToneLabel::Tone::primary);
+        label->setFixedWidth(SettingsLayout::labelWidth);
+        control->setAccessibleName(text);
+        rowLayout->addWidget(label);
+        rowLayout->addWidget(control);
+        rowLayout->addStretch(1);
+        m_keyboard->addRow(row);
+    };
+
+    m_keyLabels = new LayoutPicker;
+    m_keyLabels->setObjectName(SettingKeys::keyLabels().name());
+    addRow(u"Key Labels"_s, m_keyLabels);
+
+    QStringList shapes;
+    for (KeyboardShape shape : KeyboardShapes::all())
+        shapes << KeyboardShapes::displayName(shape);
+    m_shape = new SegmentedControl(shapes);
+    m_shape->setObjectName(SettingKeys::keyboardShape().name());
+    addRow(u"Keyboard Shape"_s, m_shape);
+
+    m_keyboard->addRow(smallNote(u"Labels follow the layout you type with. ISO keyboards have a tall Return and one "
+                                 u"more key left of Z."_s,
+        m_keyboard->content()));
+
+    connect(m_keyLabels, &LayoutPicker::chosen, this,
+        [this](const KeyLabels& labels) { m_settings.setValue(SettingKeys::keyLabels(), labels); });
+    connect(m_shape, &SegmentedControl::activated, this, [this](int index) {
+        if (index >= 0 && index < KeyboardShapes::all().size())
+            m_settings.setValue(SettingKeys::keyboardShape(), KeyboardShapes::all()[index]);
+    });
+    m_settings.bind(
+        SettingKeys::keyLabels(), this, [this](const KeyLabels& labels) { m_keyLabels->setCurrent(labels); });
+    m_settings.bind(SettingKeys::keyboardShape(), this,
+        [this](KeyboardShape shape) { m_shape->setCurrentIndex(int(KeyboardShapes::all().indexOf(shape))); });
+    m_keyLabels->setCurrent(m_settings.value(SettingKeys::keyLabels()));
+    m_shape->setCurrentIndex(int(KeyboardShapes::all().indexOf(m_settings.value(SettingKeys::keyboardShape()))));
 }
 
 void GeneralSettingsTab::buildHyperKey()

@@ -10,6 +10,7 @@
 #include <functional>
 
 class KeyboardMonitor;
+class LayoutPicker;
 class QComboBox;
 class QPushButton;
 class QToolButton;
@@ -23,8 +24,9 @@ class UpdaterSettingsSection;
 
 /**
  * The General tab of the settings window: the "Behaviour" section (gesture hotkey and its trigger, launch at
- * login, screen-recording reactions, hover behaviour, glow decay, updates) and the "HyperKey" section (recording
- * the combination Caps Lock is remapped to, and how it shows).
+ * login, screen-recording reactions, hover behaviour, glow decay, updates), the "Keyboard" section (what the key
+ * caps show and the keyboard's shape) and the "HyperKey" section (recording the combination Caps Lock is remapped
+ * to, and how it shows).
  *
  * Every control writes its setting at once and follows it when it changes elsewhere, without writing back. Each
  * control's object name is the name of the setting it edits. Scrolls when the window is shorter than the tab.
@@ -50,6 +52,7 @@ public:
     bool isRecordingHyperKey() const { return m_recording; }
 
     SettingsSection* behaviourSection() const { return m_behaviour; }
+    SettingsSection* keyboardSection() const { return m_keyboard; }
     SettingsSection* hyperKeySection() const { return m_hyperKey; }
 
 protected:
@@ -58,6 +61,7 @@ protected:
 
 private:
     void buildBehaviour();
+    void buildKeyboard();
     void buildHyperKey();
     void chooseTrigger(int index);
     void showTrigger();
@@ -74,6 +78,7 @@ private:
     bool m_recording = false;
 
     SettingsSection* m_behaviour = nullptr;
+    SettingsSection* m_keyboard = nullptr;
     SettingsSection* m_hyperKey = nullptr;
     QComboBox* m_trigger = nullptr;
     ToneLabel* m_autoHideExplanation = nullptr;
@@ -81,4 +86,6 @@ private:
     ToneLabel* m_combination = nullptr;
     QToolButton* m_clear = nullptr;
     SegmentedControl* m_showAs = nullptr;
+    LayoutPicker* m_keyLabels = nullptr;
+    SegmentedControl* m_shape = nullptr;
 };
