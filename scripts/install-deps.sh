@@ -12,7 +12,7 @@ packages=(
     libxkbcommon-dev libxkbcommon-x11-dev xkb-data x11-xkb-utils
     xvfb xdotool x11-utils openbox wmctrl trayer weston xwayland
     curl ca-certificates
-    dbus-daemon libglib2.0-bin
+    dbus-daemon libglib2.0-bin libglib2.0-dev
     dpkg-dev desktop-file-utils appstream libxml2-utils pkexec polkitd
     clang libclang-rt-14-dev
 )

@@ -6,6 +6,7 @@ foreach(unit linuxkeymap keyeventprocessor keyhelperbackend keyboardmonitor hotk
     ordalis_add_test(test${unit} LIBS ordalis_keyboard)
 endforeach()
 ordalis_add_test(testscreencast LIBS ordalis_input)
+ordalis_add_test(testlayoutsource LIBS ordalis_input Qt6::DBus PkgConfig::GIO)
 
 # ordalis-keyhelper as Ordalis runs it, its test build reading named pipes that stand in for devices.
 ordalis_add_test(testkeyhelper LIBS ordalis_keyhelper_paths)

@@ -87,6 +87,15 @@ void TestCommandLine::rejects_data()
     QTest::newRow("too many pixels") << QStringList { u"--render=a.png"_s, u"--width=9000"_s, u"--scale=2"_s }
                                      << u"18000"_s;
     QTest::newRow("no such colour") << QStringList { u"--render=a.png"_s, u"--background=blurple"_s } << u"blurple"_s;
+    QTest::newRow("no such layout") << QStringList { u"--render=a.png"_s, u"--layout=klingon"_s }
+                                    << u"localectl list-x11-keymap-layouts"_s;
+    QTest::newRow("layout with a bad variant") << QStringList { u"--render=a.png"_s, u"--layout=de:nosuch"_s }
+                                               << u"de:nosuch"_s;
+    QTest::newRow("layout name that is no name") << QStringList { u"--render=a.png"_s, u"--layout=../../etc"_s }
+                                                 << u"../../etc"_s;
+    QTest::newRow("automatic shape on the command line")
+        << QStringList { u"--render=a.png"_s, u"--shape=automatic"_s } << u"ansi or iso"_s;
+    QTest::newRow("layout without render") << QStringList { u"--layout=de"_s } << u"--render"_s;
     QTest::newRow("latency report with a command that starts nothing")
         << QStringList { u"--hide"_s, u"--latency-report=r.txt"_s } << u"only when starting"_s;
     QTest::newRow("no such key") << QStringList { u"--render=a.png"_s, u"--keys=a,hyper"_s }
@@ -106,7 +115,8 @@ void TestCommandLine::renderOptions()
 {
     const CommandLine::Parsed parsed
         = CommandLine::parse({ u"ordalis"_s, u"--render"_s, u"out.png"_s, u"--theme"_s, u"Black"_s, u"--width=1200"_s,
-            u"--scale=1.5"_s, u"--keys"_s, u"Shift_L, cmd_l,cmd_r,a"_s, u"--keys=o,a,,"_s, u"--background=#80ff0000"_s });
+            u"--scale=1.5"_s, u"--keys"_s, u"Shift_L, cmd_l,cmd_r,a"_s, u"--keys=o,a,,"_s, u"--background=#80ff0000"_s,
+              u"--layout=de:nodeadkeys"_s, u"--shape=ISO"_s });
     QVERIFY2(parsed.ok(), qPrintable(parsed.error));
     QCOMPARE(parsed.invocation.mode, Mode::render);
     const CommandLine::RenderOptions& render = parsed.invocation.render;
@@ -118,6 +128,8 @@ void TestCommandLine::renderOptions()
     // Names in any letter case, each key once, in the order first named.
     QCOMPARE(render.heldKeys, (QList<KeyCode> { 56, 55, 54, 0, 31 }));
     QCOMPARE(render.background, QColor(255, 0, 0, 128));
+    QCOMPARE(render.layout, (XkbLayout { u"de"_s, u"nodeadkeys"_s }));
+    QCOMPARE(render.shape, KeyboardShape::iso);
 
     const CommandLine::RenderOptions defaults
         = CommandLine::parse({ u"ordalis"_s, u"--render=x.png"_s }).invocation.render;
@@ -125,6 +137,8 @@ void TestCommandLine::renderOptions()
     QCOMPARE(defaults.scale, 1.0);
     QVERIFY(defaults.heldKeys.isEmpty());
     QCOMPARE(defaults.background.alpha(), 0);
+    QCOMPARE(defaults.layout, std::nullopt);
+    QCOMPARE(defaults.shape, KeyboardShape::automatic);
 }
 
 void TestCommandLine::everyKeyHasOneName()

@@ -383,6 +383,7 @@ private slots:
     void panelOverTheUsersWindow();
     void secretLeavesNoTrace();
     void typingSession();
+    void labelsFollowTheLayout();
     void waylandSessionReadsTheDevices();
 
 private:
@@ -902,6 +903,45 @@ void TestE2e::typingSession()
     QVERIFY(m_ordalis->waitForFinished(deadline));
     QCOMPARE(m_ordalis->exitCode(), 0);
     QTRY_VERIFY_WITH_TIMEOUT(trayIcon() == 0, deadline);
+}
+
+void TestE2e::labelsFollowTheLayout()
+{
+    REQUIRE_X11();
+    if (!have({ u"setxkbmap"_s }))
+        QSKIP("needs setxkbmap");
+    const auto setLayout = [](const QString& layout) {
+        return QProcess::execute(u"setxkbmap"_s, { u"-layout"_s, layout }) == 0;
+    };
+    QVERIFY(setLayout(u"us"_s));
+    setSetting(SettingKeys::keyboardVisible(), true);
+    STEP(startOrdalis());
+    xcb_window_t window = 0;
+    QTRY_VERIFY_WITH_TIMEOUT((window = panel()) != 0, deadline);
+    const QRect rect = geometry(window);
+    const auto cap = [&](KeyCode code) {
+        const QPoint face = facePoint(m_home->settingsPath(), rect, code);
+        // The whole cap around the point facePoint picks a fifth of the way down.
+        const QRect area(face - QPoint(20, 8), QSize(40, 40));
+        return QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(), area.width(), area.height()).toImage();
+    };
+    constexpr KeyCode zKey = 6, returnKey = 36;
+    QTRY_VERIFY_WITH_TIMEOUT(!cap(zKey).isNull(), deadline);
+    QTest::qWait(500);
+    const QImage usZ = cap(zKey);
+    const QImage usReturn = cap(returnKey);
+
+    // German: Y where the US layout has Z, and the tall Return of an ISO keyboard.
+    QVERIFY(setLayout(u"de"_s));
+    QTRY_VERIFY_WITH_TIMEOUT(cap(zKey) != usZ, deadline);
+    QTRY_VERIFY_WITH_TIMEOUT(cap(returnKey) != usReturn, deadline);
+    cap(zKey).save(m_home->path(u"output/z-de.png"_s));
+
+    // Back to US: the very same pixels as before.
+    QVERIFY(setLayout(u"us"_s));
+    QTRY_COMPARE_WITH_TIMEOUT(cap(zKey), usZ, deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(cap(returnKey), usReturn, deadline);
+    STEP(stopOrdalis());
 }
 
 void TestE2e::waylandSessionReadsTheDevices()

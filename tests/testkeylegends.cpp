@@ -4,6 +4,7 @@
 #include "keyboard/keyboardview.h"
 #include "keyboard/keylabelprovider.h"
 #include "keyboard/keylegends.h"
+#include "keyboard/keyshape.h"
 
 #include "testsupport.h"
 
@@ -185,6 +186,12 @@ private slots:
         QCOMPARE(backslash->rect.left(), quote->rect.right() + s);
         QCOMPARE(ret->rect.left() + ret->notch.width(), backslash->rect.right() + s);
         QCOMPARE(ret->notch.height(), quote->rect.height() + s);
+        // Its outline leaves the notch out, and only the notch.
+        const QPainterPath outline = keyShapePath(ret->rect, CornerRadii::uniform(6), ret->notch);
+        const QRectF notch(ret->rect.bottomLeft() - QPointF(0, ret->notch.height()), ret->notch);
+        QVERIFY(!outline.contains(notch.center()));
+        QVERIFY(outline.contains(QPointF(notch.center().x(), ret->rect.top() + 10)));
+        QVERIFY(outline.contains(QPointF(ret->rect.right() - 10, notch.center().y())));
         const KeyboardView ansi(defaultThemeConfig(), QRectF(0, 0, 900, 330));
         QCOMPARE(ret->rect.right(), ansi.placement(36)->rect.right());
         QVERIFY(ansi.placement(36)->notch.isEmpty());

@@ -12,6 +12,7 @@
 #include "input/inputbackend.h"
 #include "input/keyboardmonitor.h"
 #include "input/triggermodifier.h"
+#include "keyboard/keylabelprovider.h"
 #include "panel/keyboardpanel.h"
 #include "ui/menubarview.h"
 #include "ui/keyaccessprompt.h"
@@ -39,6 +40,8 @@ AppDelegate::AppDelegate(SettingsStore& settings, Clock& clock, Environment envi
     , m_trayAvailable(environment.trayAvailable.value_or(MenuBarView::isTrayAvailable()))
     , m_updateFeed(environment.updateFeed.value_or(AppConfig::updateFeedUrl()))
 {
+    m_layoutSource = std::move(environment.layoutSource);
+    m_keyLabels = std::make_unique<KeyLabelProvider>(settings, m_layoutSource.get());
     m_monitor->attach(m_backend);
     connect(&m_settings, &SettingsStore::valueChanged, this, [this](const QString& name) {
         if (name == SettingKeys::escapeToHideOnHover().name())
@@ -323,6 +326,7 @@ void AppDelegate::showKeyboard()
 {
     if (!m_panel) {
         m_panel = std::make_unique<KeyboardPanel>(m_settings, m_clock, m_monitor.get(), this);
+        m_panel->setKeyLabels(m_keyLabels.get());
         connect(m_panel.get(), &KeyboardPanel::hoveringChanged, this, &AppDelegate::updateHeldBackShortcuts);
     }
     m_panel->show();

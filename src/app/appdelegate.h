@@ -4,6 +4,7 @@
 #include "base/clock.h"
 #include "input/recordingsources.h"
 #include "input/inputbackend.h"
+#include "input/keyboardlayoutsource.h"
 #include "panel/panelactions.h"
 #include "ui/menubaractions.h"
 
@@ -19,6 +20,7 @@ class InputBackend;
 class KeyAccessPrompt;
 class KeyboardMonitor;
 class KeyboardPanel;
+class KeyLabelProvider;
 class LaunchAtLogin;
 class MenuBarView;
 class PrivacyMonitor;
@@ -65,6 +67,8 @@ public:
         std::optional<bool> trayAvailable;
         /** The update feed; unset means the build's (AppConfig::updateFeedUrl()). Empty: no updater. */
         std::optional<QUrl> updateFeed;
+        /** Which keyboard layouts the user types with; nullptr: US. */
+        std::unique_ptr<KeyboardLayoutSource> layoutSource;
     };
 
     AppDelegate(SettingsStore& settings, Clock& clock, Environment environment, QObject* parent = nullptr);
@@ -174,6 +178,8 @@ private:
     std::unique_ptr<UpdaterManager> m_updater;
     std::unique_ptr<MenuBarView> m_menuBar;
     // After everything the panel and the window use, so that they go first.
+    std::unique_ptr<KeyboardLayoutSource> m_layoutSource;
+    std::unique_ptr<KeyLabelProvider> m_keyLabels;
     std::unique_ptr<KeyboardPanel> m_panel;
     std::unique_ptr<SettingsWindow> m_settingsWindow;
     QPointer<QMessageBox> m_message;

@@ -10,6 +10,7 @@
 #include "app/unixsignalwatcher.h"
 #include "input/inputbackend.h"
 #include "input/inputbackendfactory.h"
+#include "input/keyboardlayoutsource.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -28,6 +29,7 @@ Application::Application(const Options& options, QObject* parent)
     AppDelegate::Environment environment;
     environment.backend = m_backend.get();
     environment.recordingSource = makeSystemRecordingSource();
+    environment.layoutSource = createKeyboardLayoutSource(isWaylandSession());
     m_delegate = std::make_unique<AppDelegate>(*m_settings, *m_clock, std::move(environment));
     m_control = std::make_unique<RemoteControl>(*m_delegate, *m_settings);
     connect(m_delegate.get(), &AppDelegate::visibleChanged, m_control.get(), &RemoteControl::visibleChanged);

@@ -6,6 +6,7 @@
 #include "theme/themesettings.h"
 #include "input/keyboardmonitor.h"
 #include "keyboard/keycapview.h"
+#include "keyboard/keylabelprovider.h"
 #include "keyboard/keyboardview.h"
 #include "keyboard/keypressanimator.h"
 #include "keyboard/shadowcache.h"
@@ -75,6 +76,7 @@ struct KeyboardScene::Private
     std::optional<ThemeConfig> fixedConfig;
     ThemeConfig config;
     std::shared_ptr<const KeyBoard> board = KeyBoard::printed();
+    QMetaObject::Connection labelsConnection;
     QSizeF size;
     bool translucent = true;
     double unitSize = 0;
@@ -141,6 +143,18 @@ void KeyboardScene::setBoard(std::shared_ptr<const KeyBoard> board)
     // The old board goes only after the keys that point into it.
     const std::shared_ptr<const KeyBoard> previous = std::exchange(d->board, std::move(board));
     relayout();
+}
+
+void KeyboardScene::followKeyLabels(KeyLabelProvider* labels)
+{
+    disconnect(d->labelsConnection);
+    d->labelsConnection = {};
+    if (!labels) {
+        setBoard(KeyBoard::printed());
+        return;
+    }
+    setBoard(labels->board());
+    d->labelsConnection = connect(labels, &KeyLabelProvider::boardChanged, this, [this, labels] { setBoard(labels->board()); });
 }
 
 const KeyBoard& KeyboardScene::board() const

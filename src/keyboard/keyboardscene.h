@@ -15,6 +15,7 @@
 
 class Clock;
 class KeyboardMonitor;
+class KeyLabelProvider;
 class QPainter;
 class SettingsStore;
 
@@ -44,6 +45,8 @@ public:
     /** Draws `board` (its shape and legends); the table as printed until set. Laid out and repainted at once. */
     void setBoard(std::shared_ptr<const KeyBoard> board);
     const KeyBoard& board() const;
+    /** Draws what `labels` decides from now on, following its changes; nullptr goes back to the printed board. */
+    void followKeyLabels(KeyLabelProvider* labels);
 
     /** Draws `config` instead of the active theme; none follows "activeThemeConfig" again. */
     void setThemeConfig(const std::optional<ThemeConfig>& config);

@@ -114,6 +114,11 @@ KeyboardPanel::KeyboardPanel(
     setFrameOrigin(area.center() - QPointF(m_frame.width() / 2, m_frame.height() / 2));
 }
 
+void KeyboardPanel::setKeyLabels(KeyLabelProvider* labels)
+{
+    m_content->scene().followKeyLabels(labels);
+}
+
 KeyboardPanel::~KeyboardPanel()
 {
     if (m_inGesture)

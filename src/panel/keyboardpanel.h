@@ -15,6 +15,7 @@
 class HoverTrackingView;
 class KeyboardContentView;
 class KeyboardMonitor;
+class KeyLabelProvider;
 class PanelActions;
 class SettingsStore;
 
@@ -50,6 +51,9 @@ public:
     KeyboardPanel(SettingsStore& settings, Clock& clock, KeyboardMonitor* monitor, PanelActions* actions,
         QWidget* parent = nullptr);
     ~KeyboardPanel() override;
+
+    /** Draws the shape and legends `labels` decides (the printed board until then). */
+    void setKeyLabels(KeyLabelProvider* labels);
 
     /** Width over height of every frame, from the theme active when the panel was made. */
     double currentAspectRatio() const { return m_ratio; }
