@@ -215,15 +215,18 @@ void KdeLayoutSource::onListReply(QDBusPendingCallWatcher* watcher)
     const auto list = reply.arguments().constFirst().value<QDBusArgument>();
     KeyboardLayoutNames::Parsed parsed;
     list.beginArray();
-    for (int position = 0; !list.atEnd() && position < maxSources; ++position) {
+    // Read to the end whatever the length: every begin needs its end, or the reader's state leaks.
+    for (int position = 0; !list.atEnd(); ++position) {
         QString name;
         QString variant;
         QString description;
         list.beginStructure();
         list >> name >> variant >> description;
         list.endStructure();
-        parsed.add(XkbLayout::fromString(variant.isEmpty() ? name : name + u'(' + variant + u')'), position);
+        if (position < maxSources)
+            parsed.add(XkbLayout::fromString(variant.isEmpty() ? name : name + u'(' + variant + u')'), position);
     }
+    list.endArray();
     // An empty or wholly invalid list is no news worth dropping the last good one for.
     if (parsed.layouts.isEmpty())
         return;
