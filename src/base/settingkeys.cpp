@@ -30,6 +30,14 @@ ORDALIS_SETTING_KEY(windowWidth, double, 900)
 ORDALIS_SETTING_KEY(automaticallyChecksForUpdates, bool, false)
 ORDALIS_SETTING_KEY(updateCheckInterval, double, 86400)
 ORDALIS_SETTING_KEY(lastUpdateCheckTime, std::optional<double>, std::nullopt)
+ORDALIS_SETTING_KEY(pauseWhenLocked, bool, true)
+ORDALIS_SETTING_KEY(pauseForPasswordPrompts, bool, true)
+ORDALIS_SETTING_KEY(pauseForPrivateApps, bool, true)
+ORDALIS_SETTING_KEY(privateAppClasses, QStringList,
+    QStringList({ QStringLiteral("KeePassXC"), QStringLiteral("Bitwarden"), QStringLiteral("1Password"),
+        QStringLiteral("Seahorse") }))
+ORDALIS_SETTING_KEY(showOnScreen, QString, QStringLiteral("pointer"))
+ORDALIS_SETTING_KEY(placesBySetup, QString, QString())
 
 #undef ORDALIS_SETTING_KEY
 

@@ -38,6 +38,24 @@ const SettingKey<double>& windowWidth();
 const SettingKey<bool>& automaticallyChecksForUpdates();
 /** Seconds between automatic update checks (see UpdateCheckIntervals for how other values read). */
 const SettingKey<double>& updateCheckInterval();
+/** Whether keys are hidden while the session is locked (logind, the desktop's screen saver). */
+const SettingKey<bool>& pauseWhenLocked();
+/** Whether keys are hidden while a password or authentication prompt of the desktop is open. */
+const SettingKey<bool>& pauseForPasswordPrompts();
+/** Whether keys are hidden while a window of one of privateAppClasses has the focus. */
+const SettingKey<bool>& pauseForPrivateApps();
+/** Window classes (WM_CLASS or app ids, compared without letter case) whose focus hides keys. */
+const SettingKey<QStringList>& privateAppClasses();
+/**
+ * Which screen the keyboard shows on: "pointer" (the screen with the pointer, when shown), "primary", or a screen's
+ * name (as Qt names it, e.g. "HDMI-1").
+ */
+const SettingKey<QString>& showOnScreen();
+/**
+ * The keyboard's place per screen set-up: a JSON object text mapping a set-up key (the sorted names and sizes of
+ * the connected screens) to {"x", "y", "width", "screen"}. Written by the panel.
+ */
+const SettingKey<QString>& placesBySetup();
 /** When the last update check started, in seconds since 1970-01-01 UTC; none before the first check. */
 const SettingKey<std::optional<double>>& lastUpdateCheckTime();
 

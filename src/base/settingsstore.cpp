@@ -156,6 +156,18 @@ std::optional<QString> SettingCodec<QString>::decode(const QVariant& stored)
     return stored.toString();
 }
 
+std::optional<QStringList> SettingCodec<QStringList>::decode(const QVariant& stored)
+{
+    if (stored.typeId() != QMetaType::QVariantList && stored.typeId() != QMetaType::QStringList)
+        return std::nullopt;
+    QStringList texts;
+    for (const QVariant& element : stored.toList()) {
+        if (SettingCodecs::isString(element))
+            texts.append(element.toString());
+    }
+    return texts;
+}
+
 std::optional<std::optional<double>> SettingCodec<std::optional<double>>::decode(const QVariant& stored)
 {
     std::optional<double> number = SettingCodec<double>::decode(stored);

@@ -8,6 +8,7 @@
 #include <QHash>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <cstdint>
@@ -57,6 +58,14 @@ struct SettingCodec<QString>
 {
     static QVariant encode(const QString& value) { return value; }
     static std::optional<QString> decode(const QVariant& stored);
+};
+
+template<>
+struct SettingCodec<QStringList>
+{
+    static QVariant encode(const QStringList& value) { return value; }
+    /** A list; elements that are not text are left out. */
+    static std::optional<QStringList> decode(const QVariant& stored);
 };
 
 template<>
