@@ -7,6 +7,7 @@ foreach(unit linuxkeymap keyeventprocessor keyhelperbackend keyboardmonitor hotk
 endforeach()
 ordalis_add_test(testscreencast LIBS ordalis_input)
 ordalis_add_test(testlayoutsource LIBS ordalis_input Qt6::DBus PkgConfig::GIO)
+ordalis_add_test(testprivatemoments LIBS ordalis_input ordalis_theme PkgConfig::XCB)
 
 # ordalis-keyhelper as Ordalis runs it, its test build reading named pipes that stand in for devices.
 ordalis_add_test(testkeyhelper LIBS ordalis_keyhelper_paths)

@@ -41,6 +41,8 @@ void TestCommandLine::parses_data()
     QTest::newRow("help wins") << QStringList { u"--show"_s, u"--help"_s } << int(Mode::help) << 0 << QString();
     QTest::newRow("-v") << QStringList { u"-v"_s } << int(Mode::version) << 0 << QString();
     QTest::newRow("--hide") << QStringList { u"--hide"_s } << int(Mode::command) << int(Kind::hide) << QString();
+    QTest::newRow("--pause") << QStringList { u"--pause"_s } << int(Mode::command) << int(Kind::pause) << QString();
+    QTest::newRow("--resume") << QStringList { u"--resume"_s } << int(Mode::command) << int(Kind::resume) << QString();
     QTest::newRow("--theme with spaces") << QStringList { u"--theme"_s, u"Dark Beige"_s } << int(Mode::command)
                                          << int(Kind::theme) << u"Dark Beige"_s;
     QTest::newRow("--theme=") << QStringList { u"--theme=Black"_s } << int(Mode::command) << int(Kind::theme)
@@ -77,6 +79,9 @@ void TestCommandLine::rejects_data()
     QTest::newRow("unknown option") << QStringList { u"--shw"_s } << u"shw"_s;
     QTest::newRow("stray argument") << QStringList { u"Black"_s } << u"\"Black\""_s;
     QTest::newRow("two commands") << QStringList { u"--show"_s, u"--hide"_s } << u"--show and --hide"_s;
+    QTest::newRow("pause and resume") << QStringList { u"--pause"_s, u"--resume"_s } << u"--pause and --resume"_s;
+    QTest::newRow("measuring a pause") << QStringList { u"--pause"_s, u"--latency-report=r.txt"_s }
+                                       << u"only when starting"_s;
     QTest::newRow("command and render") << QStringList { u"--quit"_s, u"--render"_s, u"a.png"_s } << u"--render"_s;
     QTest::newRow("theme without name") << QStringList { u"--theme"_s } << u"theme"_s;
     QTest::newRow("render option alone") << QStringList { u"--width"_s, u"900"_s } << u"--render"_s;

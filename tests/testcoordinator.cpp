@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The coordinator's start-up, the gestures over the panel and its reaction to screen recordings.
 #include "app/appdelegate.h"
+#include "keyboard/keyboardscene.h"
 #include "base/clock.h"
 #include "base/settingkeys.h"
 #include "base/settingsstore.h"
 #include "input/hotkeymanager.h"
 #include "input/inputbackend.h"
+#include "input/keyboardmonitor.h"
 #include "input/privacymonitor.h"
 #include "input/recordingsources.h"
 #include "input/triggermodifier.h"
@@ -20,6 +22,7 @@
 #include <QMessageBox>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QSignalSpy>
 
 #include <memory>
 
@@ -251,6 +254,27 @@ void TestCoordinator::gesturesShowAndHide()
     menu.actions().constFirst()->trigger();
     QVERIFY(!app.isVisible() && app.userHid());
     QVERIFY(!m_settings->value(SettingKeys::keyboardVisible()));
+
+    // Paused from the panel's menu: nothing is shown and the triple tap, from the back end, does nothing; the
+    // keyboard stays, with its lock.
+    app.showKeyboard();
+    QSignalSpy paused(&app, &AppDelegate::pausedChanged);
+    QMenu pauseMenu;
+    panel->contentView()->populateContextMenu(pauseMenu);
+    pauseMenu.actions().at(1)->trigger();
+    QCOMPARE(paused.size(), 1);
+    QVERIFY(app.isPaused() && app.keyboardMonitor().isPaused() && panel->contentView()->scene().isPaused());
+    QCOMPARE(app.pauseReasons(), QStringList { u"on request"_s });
+    constexpr ModifierFlags optionDown = ModifierFlag::option | ModifierFlag::leftOption;
+    for (int i = 0; i < 3; ++i) {
+        emit m_backend->flagsChanged(optionDown, 58);
+        emit m_backend->flagsChanged(0, 58);
+    }
+    QVERIFY(app.isVisible());
+    QVERIFY(app.keyboardMonitor().pressedKeys().isEmpty());
+    app.setPausedByHand(false);
+    QCOMPARE(paused.size(), 2);
+    QVERIFY(!app.keyboardMonitor().isPaused() && !panel->contentView()->scene().isPaused());
 }
 
 void TestCoordinator::singleTapOverThePanelAfterTheGrace()

@@ -382,6 +382,7 @@ private slots:
     void startsAtOnceLeaveOne();
     void panelOverTheUsersWindow();
     void secretLeavesNoTrace();
+    void pausedKeysAreNotDrawn();
     void typingSession();
     void labelsFollowTheLayout();
     void waylandSessionReadsTheDevices();
@@ -841,6 +842,44 @@ void TestE2e::secretLeavesNoTrace()
         for (const QRegularExpression& form : forms)
             QVERIFY2(!form.match(text).hasMatch(), qPrintable(path + u": "_s + form.match(text).captured()));
     }
+}
+
+void TestE2e::pausedKeysAreNotDrawn()
+{
+    REQUIRE_X11();
+    setSetting(SettingKeys::keyboardVisible(), true);
+    const QString report = m_home->path(u"output/latency.txt"_s);
+    STEP(startOrdalis({ u"--latency-report"_s, report }));
+    QTRY_VERIFY_WITH_TIMEOUT(panel() != 0, deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"x11"_s, deadline);
+    const auto paused = [this] {
+        const QDBusMessage reply = DBusTest::callOn(m_bus.connect(), u"org.freedesktop.DBus.Properties"_s, u"Get"_s,
+            { QString::fromLatin1(DBusTest::ordalisInterface), u"Paused"_s });
+        return !reply.arguments().isEmpty() && reply.arguments().constFirst().value<QDBusVariant>().variant().toBool();
+    };
+    QVERIFY(!paused());
+    QTest::qWait(500);
+
+    // Paused from the command line: the secret, Shift and the triple tap typed now light nothing, draw nothing and
+    // hide nothing.
+    QCOMPARE(ordalis({ u"--pause"_s }).exitCode, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(paused(), deadline);
+    QVERIFY(xdotool({ u"type"_s, u"--delay"_s, u"40"_s, u"hunter2-Zq9"_s }));
+    QVERIFY(tripleTap());
+    QTest::qWait(500);
+    QVERIFY(panel() != 0);
+    QCOMPARE(ordalis({ u"--resume"_s }).exitCode, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(!paused(), deadline);
+    STEP(stopOrdalis());
+
+    QFile file(report);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QString text = QString::fromUtf8(file.readAll());
+    QVERIFY2(text.contains(u"latency: 0 presses"_s), qPrintable(text));
+    // The first frames, the lock coming and going: a handful, where drawing the keys would take hundreds.
+    static const QRegularExpression repaints(u"window repaints: (\\d+)"_s);
+    const QRegularExpressionMatch match = repaints.match(text);
+    QVERIFY2(match.hasMatch() && match.captured(1).toInt() <= 8, qPrintable(text));
 }
 
 void TestE2e::typingSession()

@@ -17,6 +17,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QTemporaryDir>
+#include <QLineEdit>
 #include <QTest>
 #include <QToolButton>
 
@@ -136,6 +137,7 @@ private slots:
     void keyLabelsPickerOpening_data();
     void keyLabelsPickerOpening();
     void hyperKeyRecordingTakesOneCombination();
+    void privateAppsList();
     void updatesSection();
 
 private:
@@ -179,6 +181,12 @@ void TestGeneralSettingsTab::wholeTab()
             u"  <Daily> (off)"_s, u"# Keyboard (keyboard)"_s, u"Key Labels"_s, u"(Follow Keyboard Layout)"_s,
             u"Keyboard Shape"_s, u"*Automatic | ANSI | ISO"_s,
             u"Labels follow the layout you type with. ISO keyboards have a tall Return and one more key left of Z."_s,
+            u"# Privacy (lock.fill)"_s, u"[x] Hide keys while the screen is locked"_s,
+            u"[x] Hide keys while a password prompt is open"_s, u"[x] Hide keys while these apps have the focus:"_s,
+            u"[Window classes, separated by commas|KeePassXC, Bitwarden, 1Password, Seahorse]"_s,
+            u"While keys are hidden the keyboard stays, nothing lights and a lock shows on it. Apps are matched by "
+            u"window class (X11; on Wayland only where the desktop tells which window has the focus). \"Pause "
+            u"Showing Keys\" in the menus hides keys by hand."_s,
             u"# HyperKey (capslock)"_s,
             u"If you use an app like HyperKey that remaps Caps Lock to a modifier combo, record it here so the "
             u"keyboard shows the right keys."_s,
@@ -297,6 +305,29 @@ void TestGeneralSettingsTab::keyLabelsPickerOpening()
     QCOMPARE(low ? popup->geometry().bottom() < around.top() : popup->geometry().top() > around.bottom(), true);
 }
 
+void TestGeneralSettingsTab::privateAppsList()
+{
+    // Kept trimmed, without empty entries or repeats (any letter case), each cut to 256 characters, at most 200.
+    using Tab = GeneralSettingsTab;
+    QCOMPARE(Tab::privateAppClassesFromText(u" KeePassXC ,, keepassxc,\tBitwarden ,"_s),
+        (QStringList { u"KeePassXC"_s, u"Bitwarden"_s }));
+    QCOMPARE(Tab::privateAppClassesFromText(u" , ,"_s), QStringList());
+    QCOMPARE(Tab::privateAppClassesFromText(QString(5000, u'x')), QStringList { QString(256, u'x') });
+    QStringList many;
+    for (int i = 0; i < 500; ++i)
+        many << u"app%1"_s.arg(i);
+    QCOMPARE(Tab::privateAppClassesFromText(many.join(u","_s)).size(), 200);
+
+    // Edited in the tab, written as a list when the field is left.
+    auto* field = m_f->tab->findChild<QLineEdit*>(SettingKeys::privateAppClasses().name());
+    QVERIFY(field);
+    field->setText(u"Gajim, , org.keepassxc.KeePassXC"_s);
+    emit field->editingFinished();
+    QCOMPARE(m_f->settings.value(SettingKeys::privateAppClasses()),
+        (QStringList { u"Gajim"_s, u"org.keepassxc.KeePassXC"_s }));
+    QCOMPARE(field->text(), u"Gajim, org.keepassxc.KeePassXC"_s);
+}
+
 void TestGeneralSettingsTab::hyperKeyRecordingTakesOneCombination()
 {
     auto* record = m_f->tab->findChild<QPushButton*>(u"recordHyperKey"_s);
@@ -305,7 +336,8 @@ void TestGeneralSettingsTab::hyperKeyRecordingTakesOneCombination()
     QCOMPARE(record->text(), u"Press Caps Lock..."_s);
     m_f->pressHyperKey(0x1E0000 | 0x800000);
     QCOMPARE(m_f->settings.value(SettingKeys::hyperKeyModifiers()), std::uint64_t(0x1E0000));
-    QCOMPARE(settingsDump(m_f->tab->widget()).mid(24, 3),
+    const QStringList dumped = settingsDump(m_f->tab->widget());
+    QCOMPARE(dumped.mid(dumped.indexOf(u"# HyperKey (capslock)"_s) + 2, 3),
         (QStringList { u"(Record HyperKey)"_s, u"lshift, lctrl, lalt, lcmd"_s, u"(Clear)"_s }));
 
     QTest::mouseClick(clear, Qt::LeftButton);

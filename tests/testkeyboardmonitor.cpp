@@ -28,6 +28,7 @@ struct Fixture
     QSignalSpy changed { &monitor, &KeyboardMonitor::pressedKeysChanged };
     QSignalSpy keyChanged { &monitor, &KeyboardMonitor::keyChanged };
     qint64 recorded = -1;
+    int hookCalls = 0;
 };
 
 } // namespace
@@ -93,6 +94,16 @@ void TestKeyboardMonitor::scripts_data()
            " recorded 140009"_s;
     QTest::newRow("Recording strips lock, numeric pad, help and fn bits")
         << u"record; caps 1; flags ffffff 56; recorded 1e207f"_s;
+
+    // "pause", "resume": keys kept from the screen; "hooked N": the key-down hook ran N times in all.
+    QTest::newRow("A pause lets every key go and tells nothing; resuming shows exactly the keys held then")
+        << u"hook 53; down 0; down 12; flags 20002 56; = 0 12 56; changes; pause; =; changes 1 3; down 1; up 0;"
+           " down 53; flags 0 56; flags 20006 60; media 111 1; caps 1; =; changes 0 0; hooked 2; resume;"
+           " = 1 12 53 56 57 60 111; changes 1 7; down 2; hooked 3"_s;
+    QTest::newRow("The Caps Lock light and the flags stand still while paused")
+        << u"flags 10000 57; on 1; pause; flags 0 57; on 1; flags 20002 56; =; resume; on 0; mods 20002"_s;
+    QTest::newRow("No HyperKey is recorded while paused")
+        << u"record; pause; caps 1; flags 140009 56; recorded -; resume; flags 140009 56; recorded 140009"_s;
 }
 
 void TestKeyboardMonitor::scripts()
@@ -119,7 +130,14 @@ void TestKeyboardMonitor::scripts()
             m_f->settings.setValue(SettingKeys::hyperKeyModifiers(), std::uint64_t(flags(1)));
             m_f->settings.setValue(SettingKeys::hyperKeyShowAsCapsLock(), number(2) != 0);
         } else if (op == u"hook") {
-            monitor.setOnKeyDown([key = number(1)](KeyCode code) { return code == key; });
+            monitor.setOnKeyDown([this, key = number(1)](KeyCode code) {
+                ++m_f->hookCalls;
+                return code == key;
+            });
+        } else if (op == u"hooked") {
+            QCOMPARE(m_f->hookCalls, int(number(1)));
+        } else if (op == u"pause" || op == u"resume") {
+            monitor.setPaused(op == u"pause");
         } else if (op == u"record") {
             // The callback stores the result and ends recording by clearing itself.
             monitor.setRecordingHyperKey(true);

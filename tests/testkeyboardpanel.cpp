@@ -37,6 +37,7 @@ public:
     void showKeyboard() override { calls << u"show"_s; }
     void hideKeyboard() override { calls << u"hide"_s; }
     void openSettings() override { calls << u"settings"_s; }
+    void setPausedByHand(bool on) override { calls << (on ? u"pause"_s : u"resume"_s); }
 };
 
 void send(QWidget* widget, QEvent::Type type, const QPointF& global, Qt::MouseButton button, Qt::MouseButtons buttons)
@@ -285,11 +286,14 @@ private slots:
         QStringList texts;
         for (const QAction* item : menu.actions())
             texts << (item->isSeparator() ? u"-"_s : item->text());
-        QCOMPARE(texts, (QStringList { u"Hide Keyboard"_s, u"-"_s, u"Theme: Spacegray"_s, u"-"_s, u"Settings…"_s }));
+        QCOMPARE(texts,
+            (QStringList {
+                u"Hide Keyboard"_s, u"Pause Showing Keys"_s, u"-"_s, u"Theme: Spacegray"_s, u"-"_s, u"Settings…"_s }));
         menu.actions()[0]->trigger();
-        menu.actions()[4]->trigger();
-        menu.actions()[2]->menu()->actions()[2]->trigger();
-        QCOMPARE(m_f->actions.calls, (QStringList { u"hide"_s, u"settings"_s }));
+        menu.actions()[1]->trigger();
+        menu.actions()[5]->trigger();
+        menu.actions()[3]->menu()->actions()[2]->trigger();
+        QCOMPARE(m_f->actions.calls, (QStringList { u"hide"_s, u"pause"_s, u"settings"_s }));
         QCOMPARE(m_f->store->value(SettingKeys::activeThemeName()), builtInThemes()[2].name);
     }
 

@@ -34,6 +34,12 @@ public:
     InputBackend::Source keySource() const override { return source; }
     bool canRequestKeyAccess() const override { return requestable; }
     void requestKeyAccess() override { calls << u"allow"_s; }
+    bool paused = false;
+    QStringList reasons;
+    bool isPaused() const override { return paused || !reasons.isEmpty(); }
+    bool isPausedByHand() const override { return paused; }
+    void setPausedByHand(bool on) override { calls << (on ? u"pause"_s : u"resume"_s), paused = on; }
+    QStringList pauseReasons() const override { return paused ? QStringList { u"on request"_s } + reasons : reasons; }
 };
 
 /**
@@ -123,7 +129,8 @@ void TestMenuBarView::init()
 
 void TestMenuBarView::wholeMenu()
 {
-    QStringList expected { u"Keys: X11 (off)"_s, u"-"_s, u"Show Keyboard"_s, u"-"_s, u"[x] Show on Screen Recording"_s,
+    QStringList expected { u"Keys: X11 (off)"_s, u"-"_s, u"Show Keyboard"_s, u"[ ] Pause Showing Keys"_s, u"-"_s,
+        u"[x] Show on Screen Recording"_s,
         u"[ ] Launch at Login"_s, u"-"_s, u"Hotkey: Triple-tap Left Control"_s, u"  [x] Enabled"_s, u"  -"_s };
     for (TriggerModifier trigger : TriggerModifiers::all())
         expected << u"  "_s + (trigger == TriggerModifier::leftControl ? u"[x] "_s : QString())
@@ -167,7 +174,20 @@ void TestMenuBarView::itemsDoWhatTheySay()
     QVERIFY(!settings().value(SettingKeys::showOnScreenRecording()));
     QVERIFY(settings().value(SettingKeys::launchAtLogin()));
     settings().setValue(SettingKeys::launchAtLogin(), false);
-    QCOMPARE(dump(menu()).mid(4, 2), (QStringList { u"[ ] Show on Screen Recording"_s, u"[ ] Launch at Login"_s }));
+    QCOMPARE(dump(menu()).mid(5, 2), (QStringList { u"[ ] Show on Screen Recording"_s, u"[ ] Launch at Login"_s }));
+
+    // Pausing by hand is checked in the menu; the tooltip names every reason while paused.
+    m_actions.calls.clear();
+    find(menu(), { u"Pause Showing Keys"_s })->trigger();
+    m_actions.reasons = QStringList { u"screen locked"_s };
+    m_view->refresh();
+    QCOMPARE(m_actions.calls, QStringList { u"pause"_s });
+    QVERIFY(find(menu(), { u"Pause Showing Keys"_s })->isChecked());
+    QCOMPARE(m_view->trayIcon()->toolTip(), u"Ordalis\nKeys: X11\nPaused: on request, screen locked"_s);
+    find(menu(), { u"Pause Showing Keys"_s })->trigger();
+    m_actions.reasons.clear();
+    m_view->refresh();
+    QCOMPARE(m_view->trayIcon()->toolTip(), u"Ordalis\nKeys: X11"_s);
 
     find(menu(), { u"Hotkey"_s, u"Enabled"_s })->trigger();
     QVERIFY(!settings().value(SettingKeys::enableGlobalHotkey()));
@@ -177,7 +197,7 @@ void TestMenuBarView::itemsDoWhatTheySay()
         find(menu(), { u"Hotkey"_s, option })->trigger();
     QCOMPARE(settings().value(SettingKeys::triggerModifier()), TriggerModifier::rightOption);
     const QStringList lines = dump(menu(), { u"Hotkey"_s });
-    QCOMPARE(lines.at(7), u"Hotkey: Triple-tap "_s + option);
+    QCOMPARE(lines.at(8), u"Hotkey: Triple-tap "_s + option);
     QCOMPARE(lines.filter(u"  [x]"_s), (QStringList { u"  [x] "_s + option }));
 }
 

@@ -31,7 +31,11 @@ public:
     void openSettings() override { ++settingsOpened; }
     void checkForUpdates() override { }
     void quit() override { ++quits; }
+    bool isPaused() const override { return paused; }
+    bool isPausedByHand() const override { return paused; }
+    void setPausedByHand(bool on) override { paused = on; }
 
+    bool paused = false;
     bool visible = false;
     int settingsOpened = 0;
     int quits = 0;
@@ -123,6 +127,7 @@ void TestRemoteControl::requestsGetOneReplyEach_data()
                                    << "error no saved theme is named \"Nope\"; saved themes: Spacegray, Chiclet, "
                                       "Black, Muted"_ba
                                    << false << 0 << spacegray;
+    QTest::newRow("pause") << "pause"_ba << "ok"_ba << false << 0 << spacegray;
     QTest::newRow("garbage") << "rm -rf /"_ba
                              << "error unknown request"_ba << false << 0 << spacegray;
     QTest::newRow("too long") << QByteArray(SingleInstance::maxRequestLength + 10, 'x') << "error request too long"_ba
@@ -232,6 +237,26 @@ void TestRemoteControl::dbusRefusesWithoutChanging()
     emit m_control->keySourceChanged(u"helper"_s);
     QTRY_COMPARE(changes.size(), 1);
     QCOMPARE(changes.at(0).at(1).toMap(), (QVariantMap { { u"KeySource"_s, u"helper"_s } }));
+
+    // Pause and Resume, and Paused read and announced; the property cannot be written.
+    const auto paused = [&] {
+        const QDBusMessage reply = DBusTest::callOn(client, u"org.freedesktop.DBus.Properties"_s, u"Get"_s,
+            { QString::fromLatin1(DBusService::interfaceName), u"Paused"_s });
+        return reply.arguments().value(0).value<QDBusVariant>().variant();
+    };
+    QCOMPARE(paused(), QVariant(false));
+    QCOMPARE(DBusTest::call(client, u"Pause"_s).type(), QDBusMessage::ReplyMessage);
+    QVERIFY(m_actions->paused);
+    QCOMPARE(paused(), QVariant(true));
+    const QDBusMessage write = DBusTest::callOn(client, u"org.freedesktop.DBus.Properties"_s, u"Set"_s,
+        { QString::fromLatin1(DBusService::interfaceName), u"Paused"_s, QVariant::fromValue(QDBusVariant(false)) });
+    QCOMPARE(write.type(), QDBusMessage::ErrorMessage);
+    QVERIFY(m_actions->paused);
+    QCOMPARE(DBusTest::call(client, u"Resume"_s).type(), QDBusMessage::ReplyMessage);
+    QVERIFY(!m_actions->paused);
+    emit m_control->pausedChanged(true);
+    QTRY_COMPARE(changes.size(), 2);
+    QCOMPARE(changes.at(1).at(1).toMap(), (QVariantMap { { u"Paused"_s, true } }));
 }
 
 QTEST_GUILESS_MAIN(TestRemoteControl)

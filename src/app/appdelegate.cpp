@@ -3,6 +3,7 @@
 
 #include "ui/launchatlogin.h"
 #include "input/privacymonitor.h"
+#include "input/privatemoments.h"
 #include "input/recordingsources.h"
 #include "base/settingkeys.h"
 #include "base/settingsstore.h"
@@ -42,6 +43,9 @@ AppDelegate::AppDelegate(SettingsStore& settings, Clock& clock, Environment envi
 {
     m_layoutSource = std::move(environment.layoutSource);
     m_keyLabels = std::make_unique<KeyLabelProvider>(settings, m_layoutSource.get());
+    m_privateMoments = std::move(environment.privateMoments);
+    if (m_privateMoments)
+        connect(m_privateMoments.get(), &PrivateMomentWatcher::changed, this, &AppDelegate::updatePause);
     m_monitor->attach(m_backend);
     connect(&m_settings, &SettingsStore::valueChanged, this, [this](const QString& name) {
         if (name == SettingKeys::escapeToHideOnHover().name())
@@ -98,6 +102,11 @@ void AppDelegate::start()
         std::fprintf(stderr,
             "Ordalis: no system tray is available; the keyboard is shown instead, and its right-click menu has "
             "the tray menu's items.\n");
+
+    if (m_privateMoments) {
+        m_privateMoments->start();
+        updatePause();
+    }
 
     connect(&m_settings, &SettingsStore::unreadableFileMovedAside, this, &AppDelegate::explainUnreadableSettings);
     if (!m_settings.movedAsideFile().isEmpty())
@@ -327,6 +336,7 @@ void AppDelegate::showKeyboard()
     if (!m_panel) {
         m_panel = std::make_unique<KeyboardPanel>(m_settings, m_clock, m_monitor.get(), this);
         m_panel->setKeyLabels(m_keyLabels.get());
+        m_panel->setPaused(m_paused);
         connect(m_panel.get(), &KeyboardPanel::hoveringChanged, this, &AppDelegate::updateHeldBackShortcuts);
     }
     m_panel->show();
@@ -369,6 +379,38 @@ void AppDelegate::setKeyboardVisible(bool visible)
         showKeyboard();
     else
         hideKeyboard();
+}
+
+void AppDelegate::setPausedByHand(bool paused)
+{
+    if (m_pausedByHand == paused)
+        return;
+    m_pausedByHand = paused;
+    updatePause();
+    refreshMenu();
+}
+
+QStringList AppDelegate::pauseReasons() const
+{
+    QStringList reasons;
+    if (m_pausedByHand)
+        reasons << tr("on request");
+    if (m_privateMoments && m_privateMoments->active() != 0)
+        reasons << m_privateMoments->reasons();
+    return reasons;
+}
+
+void AppDelegate::updatePause()
+{
+    const bool paused = m_pausedByHand || (m_privateMoments && m_privateMoments->active() != 0);
+    // Told to the monitor first: nothing typed from here on reaches the keyboard, its views or the gestures.
+    m_monitor->setPaused(paused);
+    if (m_panel)
+        m_panel->setPaused(paused);
+    // The tooltip names the reasons, which may change while the pause goes on.
+    refreshMenu();
+    if (std::exchange(m_paused, paused) != paused)
+        emit pausedChanged(paused);
 }
 
 void AppDelegate::refreshMenu()

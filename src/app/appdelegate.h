@@ -5,6 +5,7 @@
 #include "input/recordingsources.h"
 #include "input/inputbackend.h"
 #include "input/keyboardlayoutsource.h"
+#include "input/privatemoments.h"
 #include "panel/panelactions.h"
 #include "ui/menubaractions.h"
 
@@ -69,6 +70,8 @@ public:
         std::optional<QUrl> updateFeed;
         /** Which keyboard layouts the user types with; nullptr: US. */
         std::unique_ptr<KeyboardLayoutSource> layoutSource;
+        /** Tells when keys must not be shown (a locked screen, a password prompt); nullptr: never. */
+        std::unique_ptr<PrivateMomentWatcher> privateMoments;
     };
 
     AppDelegate(SettingsStore& settings, Clock& clock, Environment environment, QObject* parent = nullptr);
@@ -127,6 +130,13 @@ public:
     /** Without a tray, the keyboard's right-click menu is the tray menu. */
     QMenu* fullMenu() const override;
 
+    /** Keys are kept from the screen: paused by hand, or a private moment is under way. */
+    bool isPaused() const override { return m_paused; }
+    bool isPausedByHand() const override { return m_pausedByHand; }
+    /** Pausing is not hiding: the keyboard stays where it is, with nothing lit and a lock on its chassis. */
+    void setPausedByHand(bool paused) override;
+    QStringList pauseReasons() const override;
+
     /** The request for key access or its report, while one is up. */
     KeyAccessPrompt* keyAccessPrompt() const { return m_accessPrompt.get(); }
 
@@ -142,8 +152,11 @@ signals:
     void visibleChanged(bool visible);
     /** keySource() changed. */
     void keySourceChanged(InputBackend::Source source);
+    /** isPaused() changed. */
+    void pausedChanged(bool paused);
 
 private:
+    void updatePause();
     /** Starts monitoring once the back end may read keys; says once how to allow it, and asks again later. */
     void checkAccess();
     void explainAccess(InputBackend::Access access);
@@ -179,6 +192,9 @@ private:
     std::unique_ptr<MenuBarView> m_menuBar;
     // After everything the panel and the window use, so that they go first.
     std::unique_ptr<KeyboardLayoutSource> m_layoutSource;
+    std::unique_ptr<PrivateMomentWatcher> m_privateMoments;
+    bool m_pausedByHand = false;
+    bool m_paused = false;
     std::unique_ptr<KeyLabelProvider> m_keyLabels;
     std::unique_ptr<KeyboardPanel> m_panel;
     std::unique_ptr<SettingsWindow> m_settingsWindow;

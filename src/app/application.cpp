@@ -11,6 +11,7 @@
 #include "input/inputbackend.h"
 #include "input/inputbackendfactory.h"
 #include "input/keyboardlayoutsource.h"
+#include "input/privatemoments.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -30,9 +31,11 @@ Application::Application(const Options& options, QObject* parent)
     environment.backend = m_backend.get();
     environment.recordingSource = makeSystemRecordingSource();
     environment.layoutSource = createKeyboardLayoutSource(isWaylandSession());
+    environment.privateMoments = std::make_unique<PrivateMomentWatcher>(*m_settings);
     m_delegate = std::make_unique<AppDelegate>(*m_settings, *m_clock, std::move(environment));
     m_control = std::make_unique<RemoteControl>(*m_delegate, *m_settings);
     connect(m_delegate.get(), &AppDelegate::visibleChanged, m_control.get(), &RemoteControl::visibleChanged);
+    connect(m_delegate.get(), &AppDelegate::pausedChanged, m_control.get(), &RemoteControl::pausedChanged);
     connect(m_delegate.get(), &AppDelegate::keySourceChanged, m_control.get(),
         [control = m_control.get()](InputBackend::Source source) {
             emit control->keySourceChanged(InputBackend::sourceName(source));

@@ -186,6 +186,8 @@ Parsed parse(const QStringList& arguments)
         QCommandLineOption(u"settings"_s),
         QCommandLineOption(u"theme"_s, {}, u"name"_s),
         QCommandLineOption(u"quit"_s),
+        QCommandLineOption(u"pause"_s),
+        QCommandLineOption(u"resume"_s),
         QCommandLineOption(u"render"_s, {}, u"file"_s),
         QCommandLineOption(u"theme-file"_s, {}, u"file"_s),
         QCommandLineOption(u"width"_s, {}, u"pixels"_s),
@@ -232,6 +234,8 @@ Parsed parse(const QStringList& arguments)
         { u"settings"_s, RemoteCommand::Kind::settings },
         { u"theme"_s, RemoteCommand::Kind::theme },
         { u"quit"_s, RemoteCommand::Kind::quit },
+        { u"pause"_s, RemoteCommand::Kind::pause },
+        { u"resume"_s, RemoteCommand::Kind::resume },
     };
     QStringList given;
     for (const Command& command : commands) {
@@ -248,7 +252,7 @@ Parsed parse(const QStringList& arguments)
     }
     if (given.size() > 1) {
         result.error = u"%1 cannot be used together: give one of --show, --hide, --toggle, --settings, --theme, "
-                       u"--quit and --render"_s.arg(given.join(u" and "_s));
+                       u"--quit, --pause, --resume and --render"_s.arg(given.join(u" and "_s));
         return result;
     }
 
@@ -256,7 +260,8 @@ Parsed parse(const QStringList& arguments)
         const RemoteCommand::Kind kind = result.invocation.command.kind;
         const bool starts = result.invocation.mode == Invocation::Mode::start
             || (result.invocation.mode == Invocation::Mode::command && kind != RemoteCommand::Kind::hide
-                && kind != RemoteCommand::Kind::quit);
+                && kind != RemoteCommand::Kind::quit && kind != RemoteCommand::Kind::pause
+                && kind != RemoteCommand::Kind::resume);
         if (!starts) {
             result.error = u"--latency-report is used only when starting Ordalis"_s;
             return result;
@@ -306,7 +311,7 @@ QString parseKeys(const QStringList& lists, QList<KeyCode>& keys)
 
 QString helpText()
 {
-    return uR"(Usage: ordalis [--show | --hide | --toggle | --settings | --theme NAME | --quit]
+    return uR"(Usage: ordalis [--show | --hide | --toggle | --settings | --theme NAME | --quit | --pause | --resume]
        ordalis --render FILE [--theme NAME | --theme-file FILE] [--width PX] [--scale DPR]
                [--keys NAMES] [--background COLOUR] [--layout NAME[:VARIANT]] [--shape ansi|iso]
 
@@ -321,6 +326,10 @@ Commands for the running Ordalis (the command then ends at once):
   --theme NAME     Chooses the saved theme NAME (the exact name, as in the Theme menu). Starts Ordalis with it
                    when none runs.
   --quit           Quits Ordalis. Does nothing when Ordalis is not running.
+  --pause          Stops showing keys (the keyboard stays where it is, keys held are let go) until --resume.
+                   Does nothing when Ordalis is not running.
+  --resume         Shows keys again, unless a private moment (a locked screen, a password prompt) keeps them
+                   hidden. Does nothing when Ordalis is not running.
 
 Drawing the keyboard into a PNG picture (needs no display):
   --render FILE    Writes the picture to FILE.

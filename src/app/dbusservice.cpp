@@ -19,6 +19,7 @@ class OrdalisAdaptor final : public QDBusAbstractAdaptor
     Q_CLASSINFO("D-Bus Interface", "com.quietmakers.Ordalis")
     Q_PROPERTY(bool Visible READ visible)
     Q_PROPERTY(QString KeySource READ keySource)
+    Q_PROPERTY(bool Paused READ paused)
 
 public:
     explicit OrdalisAdaptor(DBusService& service)
@@ -29,12 +30,15 @@ public:
 
     bool visible() const { return m_service.m_control.isVisible(); }
     QString keySource() const { return m_service.m_control.keySource(); }
+    bool paused() const { return m_service.m_control.isPaused(); }
 
 public slots:
     void Show() { m_service.m_control.run({ RemoteCommand::Kind::show, {} }); }
     void Hide() { m_service.m_control.run({ RemoteCommand::Kind::hide, {} }); }
     void Toggle() { m_service.m_control.run({ RemoteCommand::Kind::toggle, {} }); }
     void OpenSettings() { m_service.m_control.run({ RemoteCommand::Kind::settings, {} }); }
+    void Pause() { m_service.m_control.run({ RemoteCommand::Kind::pause, {} }); }
+    void Resume() { m_service.m_control.run({ RemoteCommand::Kind::resume, {} }); }
 
     void ChooseTheme(const QString& name, const QDBusMessage& message)
     {
@@ -56,6 +60,7 @@ DBusService::DBusService(RemoteControl& control, QObject* parent)
     new OrdalisAdaptor(*this);
     connect(&m_control, &RemoteControl::visibleChanged, this, &DBusService::announceVisible);
     connect(&m_control, &RemoteControl::keySourceChanged, this, &DBusService::announceKeySource);
+    connect(&m_control, &RemoteControl::pausedChanged, this, [this](bool paused) { announce(u"Paused"_s, paused); });
 }
 
 DBusService::~DBusService()

@@ -11,9 +11,10 @@ class RemoteControl;
  * Ordalis on the D-Bus session bus: the name com.quietmakers.Ordalis with the object /com/quietmakers/Ordalis,
  * interface com.quietmakers.Ordalis:
  *
- *   methods     Show(), Hide(), Toggle(), OpenSettings(), ChooseTheme(s name)
- *   properties  Visible (b, read-only), KeySource (s, read-only: "x11", "devices", "helper" or "none"), each
- *               announced through org.freedesktop.DBus.Properties.PropertiesChanged
+ *   methods     Show(), Hide(), Toggle(), OpenSettings(), ChooseTheme(s name), Pause(), Resume()
+ *   properties  Visible (b, read-only), KeySource (s, read-only: "x11", "devices", "helper" or "none"), Paused (b,
+ *               read-only: keys are kept from the screen, by hand or in a private moment), each announced through
+ *               org.freedesktop.DBus.Properties.PropertiesChanged
  *
  * ChooseTheme with a name no saved theme has fails with org.freedesktop.DBus.Error.InvalidArgs and changes nothing.
  * Main thread only; `control` must outlive the service.

@@ -114,7 +114,9 @@ int main(int argc, char* argv[])
         }
         return reportAnswer(answer);
     }
-    if (command && (kind == RemoteCommand::Kind::hide || kind == RemoteCommand::Kind::quit))
+    if (command
+        && (kind == RemoteCommand::Kind::hide || kind == RemoteCommand::Kind::quit || kind == RemoteCommand::Kind::pause
+            || kind == RemoteCommand::Kind::resume))
         return CommandLine::exitSuccess;
     if (command && kind == RemoteCommand::Kind::theme) {
         const QList<NamedTheme> saved = CommandLine::storedSavedThemes(SettingsStore::defaultFilePath());

@@ -16,13 +16,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr std::array<std::pair<RemoteCommand::Kind, QByteArrayView>, 6> verbs { {
+constexpr std::array<std::pair<RemoteCommand::Kind, QByteArrayView>, 8> verbs { {
     { RemoteCommand::Kind::show, "show" },
     { RemoteCommand::Kind::hide, "hide" },
     { RemoteCommand::Kind::toggle, "toggle" },
     { RemoteCommand::Kind::settings, "settings" },
     { RemoteCommand::Kind::theme, "theme" },
     { RemoteCommand::Kind::quit, "quit" },
+    { RemoteCommand::Kind::pause, "pause" },
+    { RemoteCommand::Kind::resume, "resume" },
 } };
 
 bool isUnreserved(char c)
@@ -139,6 +141,12 @@ std::optional<QString> RemoteControl::run(const RemoteCommand& command)
     case RemoteCommand::Kind::quit:
         m_actions.quit();
         break;
+    case RemoteCommand::Kind::pause:
+        m_actions.setPausedByHand(true);
+        break;
+    case RemoteCommand::Kind::resume:
+        m_actions.setPausedByHand(false);
+        break;
     }
     return std::nullopt;
 }
@@ -151,6 +159,11 @@ std::optional<QString> RemoteControl::chooseTheme(const QString& name)
         return unknownThemeMessage(name, saved);
     ThemeLibrary::chooseThemeFromMenu(m_settings, *theme);
     return std::nullopt;
+}
+
+bool RemoteControl::isPaused() const
+{
+    return m_actions.isPaused();
 }
 
 bool RemoteControl::isVisible() const

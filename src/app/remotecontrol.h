@@ -31,6 +31,8 @@ struct RemoteCommand
         settings,
         theme,
         quit,
+        pause,
+        resume,
     };
 
     Kind kind = Kind::show;
@@ -74,6 +76,8 @@ public:
     std::optional<QString> chooseTheme(const QString& name);
 
     bool isVisible() const;
+    /** Whether keys are being kept from the screen, for any reason. */
+    bool isPaused() const;
     /** How keys reach Ordalis now: "x11", "devices", "helper" or "none". */
     QString keySource() const;
 
@@ -82,6 +86,8 @@ signals:
     void visibleChanged(bool visible);
     /** keySource() changed; the owner connects the coordinator's signal here. */
     void keySourceChanged(const QString& source);
+    /** isPaused() changed; the owner connects the coordinator's signal here. */
+    void pausedChanged(bool paused);
 
 private:
     MenuBarActions& m_actions;

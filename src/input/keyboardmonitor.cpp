@@ -172,7 +172,7 @@ bool KeyboardMonitor::handleKeyDown(KeyCode keyCode)
 {
     // Shown even when the hook swallows it: its key-up still arrives and takes it away again.
     setKey(keyCode, true);
-    if (!m_onKeyDown)
+    if (!m_onKeyDown || m_paused)
         return false;
     // A copy, because the hook may replace itself while it runs.
     const std::function<bool(KeyCode)> hook = m_onKeyDown;
@@ -193,6 +193,10 @@ void KeyboardMonitor::handleFlagsChanged(ModifierFlags flags, KeyCode keyCode)
 {
     const ModifierFlags before = m_modifierFlags;
     m_modifierFlags = flags;
+    if (m_paused) {
+        showModifierKeys();
+        return;
+    }
     if (before != flags)
         emit modifierFlagsChanged(flags);
     // The lock bit is the back end's lock state; reports for the Caps Lock key code are how it tells of a change.
@@ -258,9 +262,38 @@ void KeyboardMonitor::handleCapsLockKey(bool pressed)
 
 void KeyboardMonitor::setKey(KeyCode keyCode, bool down)
 {
+    down ? m_heldKeys.insert(keyCode) : m_heldKeys.remove(keyCode);
+    if (m_paused)
+        return;
     if (down ? m_pressedKeys.insert(keyCode) : m_pressedKeys.remove(keyCode))
         emit keyChanged(keyCode, down);
     emit pressedKeysChanged();
+}
+
+void KeyboardMonitor::setPaused(bool paused)
+{
+    if (m_paused == paused)
+        return;
+    if (paused) {
+        m_flagsAtPause = m_modifierFlags;
+        m_paused = true;
+        const QList<KeyCode> shown = m_pressedKeys.toList();
+        m_pressedKeys.clear();
+        for (KeyCode code : shown)
+            emit keyChanged(code, false);
+        emit pressedKeysChanged();
+        return;
+    }
+    m_paused = false;
+    m_pressedKeys = m_heldKeys;
+    for (KeyCode code : m_heldKeys.toList())
+        emit keyChanged(code, true);
+    emit pressedKeysChanged();
+    if (m_flagsAtPause != m_modifierFlags)
+        emit modifierFlagsChanged(m_modifierFlags);
+    if ((m_flagsAtPause ^ m_modifierFlags) & ModifierFlag::capsLock)
+        emit capsLockOnChanged(capsLockOn());
+    emit capsLockHeldChanged(m_capsLockHeld);
 }
 
 void KeyboardMonitor::setCapsLockHeld(bool held)
@@ -268,7 +301,8 @@ void KeyboardMonitor::setCapsLockHeld(bool held)
     if (m_capsLockHeld == held)
         return;
     m_capsLockHeld = held;
-    emit capsLockHeldChanged(held);
+    if (!m_paused)
+        emit capsLockHeldChanged(held);
 }
 
 void KeyboardMonitor::cancelHyperKeyDebounce()

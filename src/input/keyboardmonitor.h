@@ -103,10 +103,18 @@ public:
 
     /** Keys shown as held. pressedKeysChanged() and keyChanged() tell about changes. */
     const KeyCodeSet& pressedKeys() const { return m_pressedKeys; }
+
+    /**
+     * While paused nothing is shown: every key shown is let go at once, no key change, modifier change or Caps Lock
+     * change is told, and no hook runs (so no gesture fires and nothing is held back from other applications). The
+     * keys go on being followed, so that resuming shows exactly the keys held at that moment.
+     */
+    void setPaused(bool paused);
+    bool isPaused() const { return m_paused; }
     /** Flags of the latest modifier report; 0 before the first. */
     ModifierFlags modifierFlags() const { return m_modifierFlags; }
     /** The Caps Lock lock state (its light): the lock bit of the latest modifier report. */
-    bool capsLockOn() const { return m_modifierFlags & ModifierFlag::capsLock; }
+    bool capsLockOn() const { return (m_paused ? m_flagsAtPause : m_modifierFlags) & ModifierFlag::capsLock; }
     /** Whether the physical Caps Lock key is down, as the back end last reported. */
     bool capsLockHeld() const { return m_capsLockHeld; }
 
@@ -169,6 +177,10 @@ private:
     QList<QMetaObject::Connection> m_backendConnections;
 
     KeyCodeSet m_pressedKeys;
+    // What would be shown; equal to m_pressedKeys except while paused.
+    KeyCodeSet m_heldKeys;
+    bool m_paused = false;
+    ModifierFlags m_flagsAtPause = 0;
     ModifierFlags m_modifierFlags = 0;
     bool m_capsLockHeld = false;
     bool m_isRecordingHyperKey = false;

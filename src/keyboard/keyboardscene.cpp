@@ -20,6 +20,8 @@
 #include <cmath>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 /** One frame of a key animation. */
@@ -77,6 +79,8 @@ struct KeyboardScene::Private
     ThemeConfig config;
     std::shared_ptr<const KeyBoard> board = KeyBoard::printed();
     QMetaObject::Connection labelsConnection;
+    bool paused = false;
+    QRectF pauseSymbol;
     QSizeF size;
     bool translucent = true;
     double unitSize = 0;
@@ -143,6 +147,25 @@ void KeyboardScene::setBoard(std::shared_ptr<const KeyBoard> board)
     // The old board goes only after the keys that point into it.
     const std::shared_ptr<const KeyBoard> previous = std::exchange(d->board, std::move(board));
     relayout();
+}
+
+void KeyboardScene::setPaused(bool paused)
+{
+    if (d->paused == paused)
+        return;
+    d->paused = paused;
+    if (!d->pauseSymbol.isEmpty())
+        emit updateRequested(d->pauseSymbol.adjusted(-1, -1, 1, 1));
+}
+
+bool KeyboardScene::isPaused() const
+{
+    return d->paused;
+}
+
+QRectF KeyboardScene::pauseSymbolRect() const
+{
+    return d->pauseSymbol;
 }
 
 void KeyboardScene::followKeyLabels(KeyLabelProvider* labels)
@@ -260,6 +283,18 @@ void KeyboardScene::relayout()
             d->keys.append({ placement, bounds, !inside });
         }
     }
+    // The chassis left of the up arrow, above the left arrow, is free: the lock goes there.
+    d->pauseSymbol = QRectF();
+    const auto up = d->index.constFind(upArrowKey().keycode);
+    const auto left = d->index.constFind(leftArrowKey().keycode);
+    if (up != d->index.cend() && left != d->index.cend()) {
+        const QRectF upRect = d->keys[*up].placement.rect;
+        const QRectF free(QPointF(d->keys[*left].placement.rect.left(), upRect.top()),
+            QPointF(upRect.left() - s, upRect.bottom()));
+        const double side = SymbolIcons::boxSide(std::min(free.width(), free.height()) * 0.8);
+        if (side > 0)
+            d->pauseSymbol = QRectF(free.center() - QPointF(side / 2, side / 2), QSizeF(side, side));
+    }
     d->caps.clearCache();
     emit layoutChanged();
 }
@@ -331,6 +366,10 @@ void KeyboardScene::paint(QPainter& painter, const QRectF& exposed) const
         } else {
             d->caps.paint(painter, key.placement, d->style, d->unitSize, progress, capsLockOn);
         }
+    }
+    if (d->paused && d->pauseSymbol.intersects(dirty)) {
+        SymbolIcons::shared().paint(painter, d->pauseSymbol, u"lock.fill"_s, d->pauseSymbol.height() / 1.2,
+            SymbolWeight::medium, d->style.keyBackground.toQColor());
     }
     painter.restore();
 }

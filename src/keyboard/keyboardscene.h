@@ -48,6 +48,15 @@ public:
     /** Draws what `labels` decides from now on, following its changes; nullptr goes back to the printed board. */
     void followKeyLabels(KeyLabelProvider* labels);
 
+    /**
+     * Draws a lock on the chassis, left of the up arrow, telling that keys are being kept from the screen (not that
+     * nothing is typed). Only that spot is repainted.
+     */
+    void setPaused(bool paused);
+    bool isPaused() const;
+    /** Where the lock is drawn while paused. */
+    QRectF pauseSymbolRect() const;
+
     /** Draws `config` instead of the active theme; none follows "activeThemeConfig" again. */
     void setThemeConfig(const std::optional<ThemeConfig>& config);
     const ThemeConfig& themeConfig() const;

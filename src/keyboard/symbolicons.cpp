@@ -92,6 +92,7 @@ constexpr SymbolRow rows[] = {
     { u"shadow", u"selection", Drawing::duotone }, // no shadow icon; drawn as square.dashed.inset.filled
     { u"square.dashed.inset.filled", u"selection", Drawing::duotone },
     { u"textformat", u"text-aa" },
+    { u"lock.fill", u"lock-simple", Drawing::fill },
 };
 // clang-format on
 

@@ -19,7 +19,7 @@ foreach(icon IN LISTS _ordalis_outline_icons)
 endforeach()
 # Light only where small sizes or thin strokes call for it.
 list(APPEND _ordalis_icon_files light/command-light.svg light/fingerprint-simple-light.svg)
-foreach(icon IN ITEMS caret-up caret-left caret-down caret-right plus-circle x-circle)
+foreach(icon IN ITEMS caret-up caret-left caret-down caret-right plus-circle x-circle lock-simple)
     list(APPEND _ordalis_icon_files fill/${icon}-fill.svg)
 endforeach()
 list(APPEND _ordalis_icon_files duotone/rectangle-duotone.svg duotone/selection-duotone.svg)

@@ -97,6 +97,14 @@ void KeyboardContentView::populateContextMenu(QMenu& menu)
             m_actions->showKeyboard();
     });
 
+    QAction* pause = menu.addAction(tr("Pause Showing Keys"));
+    pause->setCheckable(true);
+    pause->setChecked(m_actions && m_actions->isPausedByHand());
+    connect(pause, &QAction::toggled, this, [this](bool on) {
+        if (m_actions)
+            m_actions->setPausedByHand(on);
+    });
+
     menu.addSeparator();
 
     ThemeMenu::addTo(menu, m_settings);

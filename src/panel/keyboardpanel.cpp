@@ -119,6 +119,11 @@ void KeyboardPanel::setKeyLabels(KeyLabelProvider* labels)
     m_content->scene().followKeyLabels(labels);
 }
 
+void KeyboardPanel::setPaused(bool paused)
+{
+    m_content->scene().setPaused(paused);
+}
+
 KeyboardPanel::~KeyboardPanel()
 {
     if (m_inGesture)

@@ -54,6 +54,8 @@ public:
 
     /** Draws the shape and legends `labels` decides (the printed board until then). */
     void setKeyLabels(KeyLabelProvider* labels);
+    /** Shows that keys are being kept from the screen: a lock on the chassis. */
+    void setPaused(bool paused);
 
     /** Width over height of every frame, from the theme active when the panel was made. */
     double currentAspectRatio() const { return m_ratio; }

@@ -18,6 +18,9 @@ public:
     /** Hides the keyboard as the user asked for it, remembered for the next start. */
     virtual void hideKeyboard() = 0;
     virtual void openSettings() = 0;
+    /** Whether the user paused showing keys; the menu item follows it. */
+    virtual bool isPausedByHand() const { return false; }
+    virtual void setPausedByHand(bool /*paused*/) { }
     /** A menu that replaces the keyboard's own right-click menu (the tray menu, when there is no tray); or none. */
     virtual QMenu* fullMenu() const { return nullptr; }
 

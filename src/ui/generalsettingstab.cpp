@@ -17,6 +17,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QHideEvent>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -58,8 +59,10 @@ GeneralSettingsTab::GeneralSettingsTab(SettingsStore& settings, KeyboardMonitor*
     buildBehaviour();
     buildKeyboard();
     buildHyperKey();
+    buildPrivacy();
     layout->addWidget(m_behaviour);
     layout->addWidget(m_keyboard);
+    layout->addWidget(m_privacy);
     layout->addWidget(m_hyperKey);
     SettingsStyle::finishSettingsPage(this, layout);
     restyle();
@@ -131,6 +134,62 @@ void GeneralSettingsTab::buildBehaviour()
 
     m_settings.bind(SettingKeys::triggerModifier(), this, [this](TriggerModifier) { showTrigger(); });
     showTrigger();
+}
+
+QStringList GeneralSettingsTab::privateAppClassesFromText(const QString& text)
+{
+    constexpr qsizetype maxEntries = 200;
+    constexpr qsizetype maxLength = 256;
+    QStringList classes;
+    for (const QString& part : text.split(u',')) {
+        const QString entry = part.trimmed().left(maxLength);
+        if (entry.isEmpty() || classes.contains(entry, Qt::CaseInsensitive))
+            continue;
+        classes << entry;
+        if (classes.size() == maxEntries)
+            break;
+    }
+    return classes;
+}
+
+void GeneralSettingsTab::buildPrivacy()
+{
+    m_privacy = new SettingsSection(u"Privacy"_s, u"lock.fill"_s, 8);
+    const auto addSwitch = [this](const QString& text, const SettingKey<bool>& key) {
+        auto* row = new SwitchRow(text);
+        row->setObjectName(key.name());
+        SettingsBinding::bindSwitch(row, m_settings, key);
+        m_privacy->addRow(row);
+    };
+    addSwitch(u"Hide keys while the screen is locked"_s, SettingKeys::pauseWhenLocked());
+    addSwitch(u"Hide keys while a password prompt is open"_s, SettingKeys::pauseForPasswordPrompts());
+    addSwitch(u"Hide keys while these apps have the focus:"_s, SettingKeys::pauseForPrivateApps());
+
+    auto* classes = new QLineEdit;
+    classes->setObjectName(SettingKeys::privateAppClasses().name());
+    classes->setAccessibleName(u"Private apps"_s);
+    classes->setPlaceholderText(u"Window classes, separated by commas"_s);
+    classes->setClearButtonEnabled(true);
+    m_privacy->addRow(classes);
+    const auto show = [classes](const QStringList& list) {
+        if (!classes->hasFocus())
+            classes->setText(list.join(u", "_s));
+    };
+    connect(classes, &QLineEdit::editingFinished, this, [this, classes] {
+        const QStringList list = privateAppClassesFromText(classes->text());
+        m_settings.setValue(SettingKeys::privateAppClasses(), list);
+        classes->setText(list.join(u", "_s));
+    });
+    m_settings.bind(SettingKeys::privateAppClasses(), this, show);
+    show(m_settings.value(SettingKeys::privateAppClasses()));
+
+    m_privacy->addRow(smallNote(u"While keys are hidden the keyboard stays, nothing lights and a lock shows on it. "
+                                u"Apps are matched by window class (X11; on Wayland only where the desktop tells "
+                                u"which window has the focus). \"Pause Showing Keys\" in the menus hides keys by "
+                                u"hand."_s,
+        m_privacy->content()));
+    classes->setEnabled(m_settings.value(SettingKeys::pauseForPrivateApps()));
+    m_settings.bind(SettingKeys::pauseForPrivateApps(), classes, [classes](bool on) { classes->setEnabled(on); });
 }
 
 void GeneralSettingsTab::buildKeyboard()

@@ -53,6 +53,13 @@ public:
 
     SettingsSection* behaviourSection() const { return m_behaviour; }
     SettingsSection* keyboardSection() const { return m_keyboard; }
+    SettingsSection* privacySection() const { return m_privacy; }
+
+    /**
+     * The window classes of a comma-separated list as they are kept: trimmed, empty ones and repeats left out, each
+     * at most 256 characters, at most 200 of them.
+     */
+    static QStringList privateAppClassesFromText(const QString& text);
     SettingsSection* hyperKeySection() const { return m_hyperKey; }
 
 protected:
@@ -62,6 +69,7 @@ protected:
 private:
     void buildBehaviour();
     void buildKeyboard();
+    void buildPrivacy();
     void buildHyperKey();
     void chooseTrigger(int index);
     void showTrigger();
@@ -79,6 +87,7 @@ private:
 
     SettingsSection* m_behaviour = nullptr;
     SettingsSection* m_keyboard = nullptr;
+    SettingsSection* m_privacy = nullptr;
     SettingsSection* m_hyperKey = nullptr;
     QComboBox* m_trigger = nullptr;
     ToneLabel* m_autoHideExplanation = nullptr;

@@ -3,6 +3,8 @@
 
 #include "input/inputbackend.h"
 
+#include <QStringList>
+
 /** What the tray menu asks of the application. The application implements it; tests give a fake. */
 class MenuBarActions
 {
@@ -22,4 +24,11 @@ public:
     virtual bool canRequestKeyAccess() const { return false; }
     /** The user chose "Allow Key Access…". */
     virtual void requestKeyAccess() { }
+    /** Whether keys are kept from the screen, for any reason. */
+    virtual bool isPaused() const { return false; }
+    /** Whether the user paused showing keys ("Pause Showing Keys", D-Bus, --pause). */
+    virtual bool isPausedByHand() const { return false; }
+    virtual void setPausedByHand(bool /*paused*/) { }
+    /** Why keys are kept from the screen, for the tooltip ("screen locked"); empty when they are not. */
+    virtual QStringList pauseReasons() const { return {}; }
 };

@@ -205,12 +205,23 @@ void MenuBarView::rebuild()
     if (canAllow)
         connect(m_menu->addAction(tr("Allow Key Access…")), &QAction::triggered, this,
             [this] { m_actions.requestKeyAccess(); });
-    m_trayIcon->setToolTip(applicationName() + u"\n"_s + access);
+    QString tip = applicationName() + u"\n"_s + access;
+    if (m_actions.isPaused())
+        tip += u"\n"_s + tr("Paused: %1").arg(m_actions.pauseReasons().join(u", "_s));
+    m_trayIcon->setToolTip(tip);
     m_menu->addSeparator();
 
     QAction* visibility = m_menu->addAction(visible ? tr("Hide Keyboard") : tr("Show Keyboard"));
     connect(visibility, &QAction::triggered, this, [this] {
         m_actions.setKeyboardVisible(!m_actions.isKeyboardVisible());
+        rebuild();
+    });
+
+    QAction* pause = m_menu->addAction(tr("Pause Showing Keys"));
+    pause->setCheckable(true);
+    pause->setChecked(m_actions.isPausedByHand());
+    connect(pause, &QAction::toggled, this, [this](bool on) {
+        m_actions.setPausedByHand(on);
         rebuild();
     });
 
