@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -25,14 +26,22 @@ public:
 };
 
 /**
- * A recording is running when a well-known screen recorder is: OBS Studio, SimpleScreenRecorder,
- * gpu-screen-recorder, vokoscreenNG, wf-recorder, Peek, Kooha, Kazam or recordMyDesktop, also when started through
- * an interpreter (`python3 /usr/bin/kazam`), and ffmpeg or gst-launch-1.0 when their command line grabs the screen
- * (x11grab, kmsgrab, ximagesrc, pipewiresrc). Whether an open recorder is actually recording cannot be read from
- * outside, so its running process counts as a recording.
+ * A recording is running when a well-known screen recorder records or streams: OBS Studio (also its muxer,
+ * obs-ffmpeg-mux), SimpleScreenRecorder, gpu-screen-recorder, vokoscreenNG, wf-recorder, Peek, Kooha, Kazam or
+ * recordMyDesktop, also when started through an interpreter (`python3 /usr/bin/kazam`). An open recorder alone is
+ * not a recording; it counts while
+ * - it has a video file open for writing (by its name: .mkv, .mp4, .webm, .gif, Kazam's .movie, recordMyDesktop's
+ *   session cache and the like) that is new since the last check or has changed size since. A recording that has
+ *   just started counts at the first check, one that is paused or stopped no longer counts two checks later;
+ * - it has an established TCP connection to port 1935 (RTMP); for OBS also to port 443 (RTMPS), there only when the
+ *   same connection was already established at the last check, as OBS also fetches updates and service lists over
+ *   HTTPS for a moment after starting.
+ * ffmpeg and gst-launch-1.0 count while their command line grabs the screen (x11grab, kmsgrab, ximagesrc,
+ * pipewiresrc): they are started for that alone.
  *
  * One poll reads the process directory once and each process's `comm`; `cmdline` only for ffmpeg, gst-launch and
- * interpreters. Processes that vanish or cannot be read during the scan are skipped. With /proc mounted `hidepid`
+ * interpreters; the open files only of recorders, and their TCP tables only when they have sockets and no video file
+ * being written. Processes that vanish or cannot be read during the scan are skipped. With /proc mounted `hidepid`
  * only the user's own processes are seen, which are the ones that matter.
  */
 class RecorderProcessSource final : public RecordingSource
@@ -54,13 +63,33 @@ public:
 private:
     enum class Verdict
     {
-        recorder,
+        recording,
         /** Cannot be a recorder under its current name. */
         plain,
         /** Not recording now; its command line decides another time. */
         other,
     };
     Verdict judge(int procFd, const char* pid);
+    /** Whether the recorder `pid` writes a video file or streams; `overHttps` lets port 443 count. */
+    bool isActive(int procFd, const char* pid, bool overHttps);
+    bool writesVideo(int procFd, const char* pid, long number);
+    bool streams(int procFd, const char* pid, long number, bool overHttps);
+
+    /** A video file a recorder had open for writing at the last check. */
+    struct WrittenFile
+    {
+        long pid;
+        int fd;
+        std::uint64_t device;
+        std::uint64_t inode;
+        std::int64_t size;
+    };
+    /** A recorder's connection to port 443 that was established at the last check. */
+    struct Connection
+    {
+        long pid;
+        std::uint64_t inode;
+    };
 
     QByteArray m_procRoot;
     // Kept between polls so a scan allocates nothing.
@@ -68,6 +97,13 @@ private:
     // Sorted PIDs found plain by the last scans, and those of the scan under way.
     std::vector<long> m_plain;
     std::vector<long> m_nextPlain;
+    // What the last scan saw of each recorder, and what the scan under way sees; processes that ended drop out.
+    std::vector<WrittenFile> m_files;
+    std::vector<WrittenFile> m_nextFiles;
+    std::vector<Connection> m_connections;
+    std::vector<Connection> m_nextConnections;
+    // The socket inodes of the recorder being looked at, sorted.
+    std::vector<std::uint64_t> m_sockets;
     int m_scan = 0;
 };
 
