@@ -165,6 +165,38 @@ void parseRenderOptions(const QCommandLineParser& parser, RenderOptions& render,
             render.shape = *shape;
     }
 
+    render.trackpad = parser.isSet(u"trackpad"_s) || parser.isSet(u"buttons"_s);
+    static const QList<std::pair<QString, TrackpadView::Part>> parts {
+        { u"left"_s, TrackpadView::Part::left },
+        { u"right"_s, TrackpadView::Part::right },
+        { u"middle"_s, TrackpadView::Part::middle },
+        { u"back"_s, TrackpadView::Part::back },
+        { u"forward"_s, TrackpadView::Part::forward },
+        { u"scroll_up"_s, TrackpadView::Part::scrollUp },
+        { u"scroll_down"_s, TrackpadView::Part::scrollDown },
+        { u"scroll_left"_s, TrackpadView::Part::scrollLeft },
+        { u"scroll_right"_s, TrackpadView::Part::scrollRight },
+    };
+    for (const QString& list : parser.values(u"buttons"_s)) {
+        for (const QString& item : list.split(u',')) {
+            const QString name = item.trimmed().toLower();
+            if (name.isEmpty())
+                continue;
+            const auto it = std::find_if(parts.cbegin(), parts.cend(), [&](const auto& p) { return p.first == name; });
+            if (it == parts.cend()) {
+                if (error.isEmpty()) {
+                    QStringList names;
+                    for (const auto& p : parts)
+                        names << p.first;
+                    error = u"--buttons: nothing is named \"%1\"; names: %2"_s.arg(name, names.join(u", "_s));
+                }
+                return;
+            }
+            if (!render.trackpadParts.contains(it->second))
+                render.trackpadParts.append(it->second);
+        }
+    }
+
     if (error.isEmpty())
         error = parseKeys(parser.values(u"keys"_s), render.heldKeys);
 }
@@ -196,6 +228,8 @@ Parsed parse(const QStringList& arguments)
         QCommandLineOption(u"background"_s, {}, u"colour"_s),
         QCommandLineOption(u"layout"_s, {}, u"name"_s),
         QCommandLineOption(u"shape"_s, {}, u"shape"_s),
+        QCommandLineOption(u"trackpad"_s),
+        QCommandLineOption(u"buttons"_s, {}, u"names"_s),
         QCommandLineOption(u"latency-report"_s, {}, u"file"_s),
     });
 
@@ -276,7 +310,8 @@ Parsed parse(const QStringList& arguments)
         return result;
     }
     for (const QString& option :
-        { u"theme-file"_s, u"width"_s, u"scale"_s, u"keys"_s, u"background"_s, u"layout"_s, u"shape"_s }) {
+        { u"theme-file"_s, u"width"_s, u"scale"_s, u"keys"_s, u"background"_s, u"layout"_s, u"shape"_s,
+            u"trackpad"_s, u"buttons"_s }) {
         if (parser.isSet(option)) {
             result.error = u"--%1 is used only with --render"_s.arg(option);
             return result;
@@ -314,6 +349,7 @@ QString helpText()
     return uR"(Usage: ordalis [--show | --hide | --toggle | --settings | --theme NAME | --quit | --pause | --resume]
        ordalis --render FILE [--theme NAME | --theme-file FILE] [--width PX] [--scale DPR]
                [--keys NAMES] [--background COLOUR] [--layout NAME[:VARIANT]] [--shape ansi|iso]
+               [--trackpad] [--buttons NAMES]
 
 Ordalis shows the keys you press on an on-screen keyboard. Started with no option, it runs as a tray item, or
 shows the keyboard of the Ordalis already running.
@@ -346,6 +382,9 @@ Drawing the keyboard into a PNG picture (needs no display):
                    de:nodeadkeys (default: the US labels as printed).
   --shape S        ansi (one-row Return) or iso (tall Return); by default ISO where the layout has a key
                    left of Z, except for US layouts.
+  --trackpad       Draws the laptop's trackpad below the keys.
+  --buttons NAMES  Trackpad parts drawn lit (implies --trackpad), comma-separated: left, right, middle, back,
+                   forward, scroll_up, scroll_down, scroll_left, scroll_right.
 
 Measuring:
   --latency-report F  When this starts Ordalis: measures the time from each key press reaching Ordalis to the

@@ -5,6 +5,7 @@
 #include "input/xkblayout.h"
 #include "keyboard/keyboardlayout.h"
 #include "keyboard/keylabelsettings.h"
+#include "keyboard/trackpadview.h"
 #include "theme/themeconfig.h"
 
 #include <QColor>
@@ -45,6 +46,9 @@ struct RenderOptions
     /** Legends of this layout; the printed US ones without. */
     std::optional<XkbLayout> layout;
     KeyboardShape shape = KeyboardShape::automatic;
+    /** The trackpad below the keys, with these parts lit (buttons held, scroll pulses at their brightest). */
+    bool trackpad = false;
+    QList<TrackpadView::Part> trackpadParts;
 };
 
 inline constexpr int minimumWidth = 100;

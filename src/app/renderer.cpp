@@ -47,11 +47,11 @@ bool looksLikeThemeConfig(const QJsonObject& object)
 
 } // namespace
 
-QSize logicalSize(int width, const ThemeConfig& theme)
+QSize logicalSize(int width, const ThemeConfig& theme, bool trackpad)
 {
-    double ratio = KeyboardScene::aspectRatio(theme);
+    double ratio = KeyboardScene::aspectRatio(theme, trackpad);
     if (!std::isfinite(ratio) || ratio <= 0)
-        ratio = KeyboardScene::aspectRatio(defaultThemeConfig());
+        ratio = KeyboardScene::aspectRatio(defaultThemeConfig(), trackpad);
     const double height = std::clamp(double(width) / ratio, 1.0, double(CommandLine::maximumPixelWidth));
     // Rounded as the panel rounds its frame to whole pixels.
     return { width, qRound(height) };
@@ -68,11 +68,21 @@ QImage render(const Picture& picture)
     scene.setThemeConfig(picture.theme);
     if (picture.board)
         scene.setBoard(picture.board);
-    const QSize size = logicalSize(picture.width, picture.theme);
+    scene.setTrackpadShown(picture.trackpad);
+    const QSize size = logicalSize(picture.width, picture.theme, picture.trackpad);
     scene.setSize(QSizeF(size));
     for (KeyCode code : picture.heldKeys)
         monitor.handleKeyDown(code);
+    for (TrackpadView::Part part : picture.trackpadParts) {
+        if (!TrackpadView::isPulse(part))
+            scene.setTrackpadPart(part, true);
+    }
     clock.advance(settleTime);
+    // Pulses fade by themselves: they are drawn at the moment they start.
+    for (TrackpadView::Part part : picture.trackpadParts) {
+        if (TrackpadView::isPulse(part))
+            scene.pulseTrackpad(part);
+    }
 
     QImage image((QSizeF(size) * picture.scale).toSize(), QImage::Format_ARGB32_Premultiplied);
     if (image.isNull())
@@ -127,6 +137,8 @@ int run(const CommandLine::RenderOptions& options, const QString& settingsPath)
     picture.scale = options.scale;
     picture.heldKeys = options.heldKeys;
     picture.background = options.background;
+    picture.trackpad = options.trackpad;
+    picture.trackpadParts = options.trackpadParts;
     if (options.layout || options.shape != KeyboardShape::automatic) {
         const KeyLabels labels = options.layout ? KeyLabels { KeyLabels::Mode::fixedLayout, *options.layout }
                                                 : KeyLabels { KeyLabels::Mode::printed, {} };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "keyboard/keyboardlayout.h"
+#include "keyboard/trackpadview.h"
 #include "theme/themeconfig.h"
 
 #include <QColor>
@@ -31,12 +32,14 @@ struct Picture
     double scale = 1.0;
     QList<KeyCode> heldKeys;
     QColor background = QColor(Qt::transparent);
+    bool trackpad = false;
+    QList<TrackpadView::Part> trackpadParts;
     /** The shape and legends drawn; the printed US board when null. */
     std::shared_ptr<const KeyBoard> board;
 };
 
 /** The size in logical pixels of the keyboard `width` wide in `theme`, as the panel would lay it out. */
-QSize logicalSize(int width, const ThemeConfig& theme);
+QSize logicalSize(int width, const ThemeConfig& theme, bool trackpad = false);
 
 /** Draws `picture`; the image carries its scale as device pixel ratio. Needs a QGuiApplication. */
 QImage render(const Picture& picture);

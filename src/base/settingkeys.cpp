@@ -37,6 +37,7 @@ ORDALIS_SETTING_KEY(privateAppClasses, QStringList,
     QStringList({ QStringLiteral("KeePassXC"), QStringLiteral("Bitwarden"), QStringLiteral("1Password"),
         QStringLiteral("Seahorse") }))
 ORDALIS_SETTING_KEY(showOnScreen, QString, QStringLiteral("pointer"))
+ORDALIS_SETTING_KEY(showTrackpad, bool, false)
 ORDALIS_SETTING_KEY(placesBySetup, QString, QString())
 
 #undef ORDALIS_SETTING_KEY

@@ -56,6 +56,8 @@ const SettingKey<QString>& showOnScreen();
  * the connected screens) to {"x", "y", "width", "screen"}. Written by the panel.
  */
 const SettingKey<QString>& placesBySetup();
+/** Whether the laptop's trackpad is drawn below the keys, showing clicks and scrolling. */
+const SettingKey<bool>& showTrackpad();
 /** When the last update check started, in seconds since 1970-01-01 UTC; none before the first check. */
 const SettingKey<std::optional<double>>& lastUpdateCheckTime();
 

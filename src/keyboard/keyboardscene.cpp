@@ -81,6 +81,10 @@ struct KeyboardScene::Private
     QMetaObject::Connection labelsConnection;
     bool paused = false;
     QRectF pauseSymbol;
+    std::optional<bool> fixedTrackpad;
+    bool trackpad = false;
+    QRectF trackpadRect;
+    QRectF trackpadBounds;
     QSizeF size;
     bool translucent = true;
     double unitSize = 0;
@@ -99,6 +103,13 @@ KeyboardScene::KeyboardScene(SettingsStore& settings, Clock& clock, KeyboardMoni
     , d(std::make_unique<Private>(settings, clock, monitor))
 {
     d->config = settings.value(SettingKeys::activeThemeConfig());
+    d->trackpad = settings.value(SettingKeys::showTrackpad());
+    settings.bind(SettingKeys::showTrackpad(), this, [this](bool shown) {
+        if (d->fixedTrackpad || d->trackpad == shown)
+            return;
+        d->trackpad = shown;
+        relayout();
+    });
     settings.bind(SettingKeys::activeThemeConfig(), this, [this](const ThemeConfig& config) {
         if (d->fixedConfig)
             return;
@@ -126,18 +137,80 @@ KeyboardScene::~KeyboardScene()
     d->clock.cancel(d->frameJob);
 }
 
-double KeyboardScene::aspectRatio(const ThemeConfig& config)
+namespace {
+
+double heightUnits(bool trackpad)
+{
+    return KeyboardView::rowsHeightUnits + (trackpad ? TrackpadView::extraHeightUnits : 0.0);
+}
+
+double heightSpacings(bool trackpad)
+{
+    return KeyboardView::rowsHeightSpacings + 2 + (trackpad ? TrackpadView::extraHeightSpacings : 0.0);
+}
+
+} // namespace
+
+double KeyboardScene::aspectRatio(const ThemeConfig& config, bool trackpad)
 {
     const double s = config.keySpacing / 60.0;
     return (KeyboardView::rowWidthUnits + (KeyboardView::rowWidthSpacings + 2) * s)
-        / (KeyboardView::rowsHeightUnits + (KeyboardView::rowsHeightSpacings + 2) * s);
+        / (heightUnits(trackpad) + heightSpacings(trackpad) * s);
 }
 
-double KeyboardScene::unitSizeFor(const QSizeF& size, const ThemeConfig& config)
+double KeyboardScene::unitSizeFor(const QSizeF& size, const ThemeConfig& config, bool trackpad)
 {
     const double s = ThemeStyle(config).keySpacing / 60.0;
     return std::min(size.width() / (KeyboardView::rowWidthUnits + (KeyboardView::rowWidthSpacings + 2) * s),
-        size.height() / (KeyboardView::rowsHeightUnits + (KeyboardView::rowsHeightSpacings + 2) * s));
+        size.height() / (heightUnits(trackpad) + heightSpacings(trackpad) * s));
+}
+
+void KeyboardScene::setTrackpadShown(bool shown)
+{
+    d->fixedTrackpad = shown;
+    if (d->trackpad == shown)
+        return;
+    d->trackpad = shown;
+    relayout();
+}
+
+bool KeyboardScene::isTrackpadShown() const
+{
+    return d->trackpad;
+}
+
+QRectF KeyboardScene::trackpadRect() const
+{
+    return d->trackpadRect;
+}
+
+void KeyboardScene::setTrackpadPart(TrackpadView::Part part, bool down)
+{
+    const KeyCode code = TrackpadView::keyCode(part);
+    if (TrackpadView::isPulse(part)) {
+        if (down)
+            pulseTrackpad(part);
+        return;
+    }
+    if (d->animator.isPressed(code) == down)
+        return;
+    d->animator.setPressed(code, down, down ? 0.0 : d->settings.value(SettingKeys::glowDecay()));
+    d->requestedStep.insert(code, KeyCapView::pressStep(d->animator.progress(code)));
+    if (d->trackpad)
+        emit updateRequested(d->trackpadBounds);
+    scheduleFrame();
+}
+
+void KeyboardScene::pulseTrackpad(TrackpadView::Part part)
+{
+    // Lit at once, then fading over the glow decay: a pulse never stays lit, and each notch starts a new one.
+    const KeyCode code = TrackpadView::keyCode(part);
+    d->animator.setState(code, true);
+    d->animator.setPressed(code, false, d->settings.value(SettingKeys::glowDecay()));
+    d->requestedStep.insert(code, KeyCapView::pressSteps);
+    if (d->trackpad)
+        emit updateRequested(d->trackpadBounds);
+    scheduleFrame();
 }
 
 void KeyboardScene::setBoard(std::shared_ptr<const KeyBoard> board)
@@ -245,7 +318,7 @@ QRectF KeyboardScene::keyRect(KeyCode code) const
 void KeyboardScene::relayout()
 {
     const QSizeF size = d->size.isValid() ? d->size : QSizeF(0, 0);
-    const double u = std::max(unitSizeFor(size, d->config), 0.0);
+    const double u = std::max(unitSizeFor(size, d->config, d->trackpad), 0.0);
     d->unitSize = std::isfinite(u) ? u : 0.0;
     d->style = ThemeStyle(d->config).scaled(d->unitSize);
     const double s = d->style.keySpacing;
@@ -283,6 +356,18 @@ void KeyboardScene::relayout()
             d->keys.append({ placement, bounds, !inside });
         }
     }
+    d->trackpadRect = QRectF();
+    d->trackpadBounds = QRectF();
+    const auto space = d->index.constFind(49);
+    if (d->trackpad && space != d->index.cend()) {
+        const double unit = d->unitSize;
+        const QRectF spaceBar = d->keys[*space].placement.rect;
+        const QSizeF pad(TrackpadView::widthUnits * unit, TrackpadView::heightUnits * unit);
+        d->trackpadRect = QRectF(QPointF(spaceBar.center().x() - pad.width() / 2,
+                                     spaceBar.bottom() + 0.2 * unit + TrackpadView::extraHeightSpacings * s),
+            pad);
+        d->trackpadBounds = TrackpadView::paintedBounds(d->trackpadRect, style);
+    }
     // The chassis left of the up arrow, above the left arrow, is free: the lock goes there.
     d->pauseSymbol = QRectF();
     const auto up = d->index.constFind(upArrowKey().keycode);
@@ -319,6 +404,16 @@ void KeyboardScene::scheduleFrame()
         d->frameJob = 0;
         const QList<KeyCode> animating = d->animator.takeAnimatingKeys();
         for (KeyCode code : animating) {
+            if (TrackpadView::isPart(code)) {
+                const int step = KeyCapView::pressStep(d->animator.progress(code));
+                const auto last = d->requestedStep.constFind(code);
+                if (last != d->requestedStep.cend() && *last == step)
+                    continue;
+                d->requestedStep.insert(code, step);
+                if (d->trackpad)
+                    emit updateRequested(d->trackpadBounds);
+                continue;
+            }
             const auto it = d->index.constFind(code);
             if (it == d->index.cend())
                 continue;
@@ -366,6 +461,15 @@ void KeyboardScene::paint(QPainter& painter, const QRectF& exposed) const
         } else {
             d->caps.paint(painter, key.placement, d->style, d->unitSize, progress, capsLockOn);
         }
+    }
+    if (d->trackpad && d->trackpadBounds.intersects(dirty)) {
+        // Drawn at the step a key would be, so that a pulse fades in as many visible steps as a key.
+        TrackpadView::paint(painter, d->trackpadRect, d->style, d->unitSize,
+            [this](TrackpadView::Part part) {
+                return double(KeyCapView::pressStep(d->animator.progress(TrackpadView::keyCode(part))))
+                    / KeyCapView::pressSteps;
+            },
+            SymbolIcons::shared(), d->shadows);
     }
     if (d->paused && d->pauseSymbol.intersects(dirty)) {
         SymbolIcons::shared().paint(painter, d->pauseSymbol, u"lock.fill"_s, d->pauseSymbol.height() / 1.2,

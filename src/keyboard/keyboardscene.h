@@ -2,6 +2,7 @@
 #pragma once
 
 #include "keyboard/keyboardlayout.h"
+#include "keyboard/trackpadview.h"
 #include "theme/themeconfig.h"
 #include "theme/themestyle.h"
 
@@ -37,10 +38,22 @@ public:
     KeyboardScene(SettingsStore& settings, Clock& clock, KeyboardMonitor* monitor, QObject* parent = nullptr);
     ~KeyboardScene() override;
 
-    /** Width over height of the panel for `config`: one spacing of chassis around the keys on every side. */
-    static double aspectRatio(const ThemeConfig& config);
+    /**
+     * Width over height of the panel for `config`: one spacing of chassis around the keys on every side, and the
+     * trackpad below them when `trackpad` is on.
+     */
+    static double aspectRatio(const ThemeConfig& config, bool trackpad = false);
     /** Unit size for a content area of `size` under `config`: the keys plus one spacing of padding fit in it. */
-    static double unitSizeFor(const QSizeF& size, const ThemeConfig& config);
+    static double unitSizeFor(const QSizeF& size, const ThemeConfig& config, bool trackpad = false);
+
+    /** Whether the trackpad is drawn: follows "showTrackpad" unless set here. */
+    void setTrackpadShown(bool shown);
+    bool isTrackpadShown() const;
+    /** The trackpad's surface, empty when it is not drawn. */
+    QRectF trackpadRect() const;
+    /** A part of the trackpad is held or let go (buttons), or pulses once (scrolling). */
+    void setTrackpadPart(TrackpadView::Part part, bool down);
+    void pulseTrackpad(TrackpadView::Part part);
 
     /** Draws `board` (its shape and legends); the table as printed until set. Laid out and repainted at once. */
     void setBoard(std::shared_ptr<const KeyBoard> board);
