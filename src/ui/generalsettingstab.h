@@ -64,6 +64,7 @@ private:
     void buildKeyboard();
     void buildHyperKey();
     void chooseTrigger(int index);
+    void showScreenChoices();
     void showTrigger();
     void showHyperKey();
     void toggleRecording();
@@ -81,6 +82,7 @@ private:
     SettingsSection* m_keyboard = nullptr;
     SettingsSection* m_hyperKey = nullptr;
     QComboBox* m_trigger = nullptr;
+    QComboBox* m_showOn = nullptr;
     ToneLabel* m_autoHideExplanation = nullptr;
     QPushButton* m_record = nullptr;
     ToneLabel* m_combination = nullptr;
