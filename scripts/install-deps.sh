@@ -9,7 +9,7 @@ packages=(
     libgtest-dev libbenchmark-dev
     libevdev-dev libxcb1-dev libxcb-xkb-dev libxcb-xinput-dev libx11-dev
     libpipewire-0.3-dev pipewire-bin
-    libxkbcommon-dev libxkbcommon-x11-dev xkb-data x11-xkb-utils
+    libxkbcommon-dev libxkbcommon-x11-dev xkb-data x11-xkb-utils x11-xserver-utils
     xvfb xdotool x11-utils openbox wmctrl trayer weston xwayland
     curl ca-certificates
     dbus-daemon libglib2.0-bin libglib2.0-dev

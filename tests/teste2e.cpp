@@ -17,10 +17,13 @@
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QPixmap>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QSet>
 #include <QStandardPaths>
@@ -385,6 +388,7 @@ private slots:
     void pausedKeysAreNotDrawn();
     void typingSession();
     void labelsFollowTheLayout();
+    void followsTheScreens();
     void waylandSessionReadsTheDevices();
 
 private:
@@ -981,6 +985,74 @@ void TestE2e::labelsFollowTheLayout()
     QTRY_COMPARE_WITH_TIMEOUT(cap(zKey), usZ, deadline);
     QTRY_COMPARE_WITH_TIMEOUT(cap(returnKey), usReturn, deadline);
     STEP(stopOrdalis());
+}
+
+void TestE2e::followsTheScreens()
+{
+    REQUIRE_X11();
+    if (!have({ u"xrandr"_s }))
+        QSKIP("needs xrandr");
+    const auto xrandr = [](const QStringList& args) {
+        return run(u"xrandr"_s, args, QProcessEnvironment::systemEnvironment()).exitCode == 0;
+    };
+    // Two monitors side by side on the one X screen, each narrower than the keyboard's 900 pixels; the screen's own
+    // monitor comes back when both are gone.
+    const QRect left(0, 0, 640, 800);
+    const QRect right(640, 0, 640, 800);
+    const auto addRight
+        = [&] { return xrandr({ u"--setmonitor"_s, u"right"_s, u"640/170x800/210+640+0"_s, u"none"_s }); };
+    const auto at = [&](xcb_window_t w) {
+        const QRect r = geometry(w);
+        return u"%1,%2 %3x%4"_s.arg(r.x()).arg(r.y()).arg(r.width()).arg(r.height());
+    };
+    const auto restore = qScopeGuard([&] {
+        xrandr({ u"--delmonitor"_s, u"right"_s });
+        xrandr({ u"--delmonitor"_s, u"left"_s });
+    });
+    QVERIFY(xrandr({ u"--setmonitor"_s, u"left"_s, u"640/170x800/210+0+0"_s, u"screen"_s }));
+    QVERIFY(addRight());
+    QVERIFY(movePointer(right.center()));
+    setSetting(SettingKeys::keyboardVisible(), true);
+    STEP(startOrdalis());
+    xcb_window_t window = 0;
+    QTRY_VERIFY_WITH_TIMEOUT((window = panel()) != 0, deadline);
+
+    // Shown on the pointer's monitor, narrowed to fit it.
+    QTRY_VERIFY2_WITH_TIMEOUT(right.contains(geometry(window)), qPrintable(at(window)), deadline);
+    const QRect onRight = geometry(window);
+    QCOMPARE(onRight.width(), 640);
+
+    // Its monitor goes: at once it is wholly on the other one.
+    QVERIFY(xrandr({ u"--delmonitor"_s, u"right"_s }));
+    QTRY_VERIFY2_WITH_TIMEOUT(left.contains(geometry(window)), qPrintable(at(window)), 1000);
+
+    // Back again, it returns to its place on that set-up; shown again, it stays there.
+    QVERIFY(addRight());
+    QTRY_COMPARE_WITH_TIMEOUT(geometry(window), onRight, 1000);
+    QCOMPARE(ordalis({ u"--hide"_s }).exitCode, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(panel() == 0, deadline);
+    QCOMPARE(ordalis({ u"--show"_s }).exitCode, 0);
+    QTRY_VERIFY_WITH_TIMEOUT((window = panel()) != 0, deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(geometry(window), onRight, deadline);
+
+    // Shown with the pointer on the other monitor, it goes there; each set-up kept its own place.
+    QCOMPARE(ordalis({ u"--hide"_s }).exitCode, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(panel() == 0, deadline);
+    QVERIFY(movePointer(left.center()));
+    QCOMPARE(ordalis({ u"--show"_s }).exitCode, 0);
+    QTRY_VERIFY_WITH_TIMEOUT((window = panel()) != 0, deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(geometry(window), onRight.translated(-640, 0), deadline);
+
+    // Both go, leaving the screen's own wide monitor: it takes back the width it had before it was narrowed.
+    QVERIFY(xrandr({ u"--delmonitor"_s, u"right"_s }));
+    QVERIFY(xrandr({ u"--delmonitor"_s, u"left"_s }));
+    QTRY_VERIFY2_WITH_TIMEOUT(geometry(window).width() == 900 && QRect(QPoint(), screenSize).contains(geometry(window)),
+        qPrintable(at(window)), 1000);
+    STEP(stopOrdalis());
+    const QJsonObject places
+        = QJsonDocument::fromJson(SettingsStore(m_home->settingsPath()).value(SettingKeys::placesBySetup()).toUtf8())
+              .object();
+    QVERIFY2(places.size() >= 2, qPrintable(places.keys().join(u' ')));
 }
 
 void TestE2e::waylandSessionReadsTheDevices()

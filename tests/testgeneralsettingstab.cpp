@@ -173,7 +173,8 @@ void TestGeneralSettingsTab::wholeTab()
         (QStringList { u"# Behaviour (keyboard.badge.ellipsis)"_s, u"[x] Triple-tap modifier to show/hide keyboard"_s,
             u"  <Left Control>"_s, u"[ ] Launch at Login"_s, u"[x] Show when Screen Recording starts"_s,
             u"[ ] Hide when Screen Recording ends (happens with a 5s delay because of system limitations)"_s,
-            u"[ ] Press `esc` to hide while hovering"_s, u"[ ] Auto-hide on hover (click-through)"_s,
+            u"[ ] Press `esc` to hide while hovering"_s, u"Show On"_s, u"<Screen with Pointer>"_s,
+            u"[ ] Auto-hide on hover (click-through)"_s,
             u"Hover the keyboard and tap Left Control to toggle.\nWhen enabled, the keyboard fades and lets clicks "
             u"pass through while you hover over it."_s,
             u"Hide opacity = 0.10"_s, u"Glow decay = 0.15s"_s, u"# Updates (arrow.triangle.2.circlepath)"_s,
@@ -372,7 +373,7 @@ void TestGeneralSettingsTab::updatesSection()
     // Without a feed, updates come from the package manager.
     QCoreApplication::setApplicationVersion(u"3.0"_s);
     make(false);
-    QCOMPARE(settingsDump(m_f->tab->widget()).mid(11, 4),
+    QCOMPARE(settingsDump(m_f->tab->widget()).mid(13, 4),
         (QStringList { u"# Updates (arrow.triangle.2.circlepath)"_s, u"Version 3.0"_s,
             u"Updates come from your package manager."_s, u"# Keyboard (keyboard)"_s }));
 }

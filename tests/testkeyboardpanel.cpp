@@ -9,6 +9,7 @@
 #include "panel/keyboardpanel.h"
 #include "panel/panelactions.h"
 #include "panel/resizehandle.h"
+#include "panel/screenplacement.h"
 #include "testsupport.h"
 #include "theme/themesettings.h"
 
@@ -18,6 +19,7 @@
 #include <QMouseEvent>
 #include <QScopeGuard>
 #include <QScreen>
+#include <QTemporaryFile>
 #include <QTest>
 
 #include <cmath>
@@ -45,6 +47,11 @@ void send(QWidget* widget, QEvent::Type type, const QPointF& global, Qt::MouseBu
     const QPointF local = widget->mapFromGlobal(global);
     QMouseEvent event(type, local, local, global, button, buttons, Qt::NoModifier);
     QCoreApplication::sendEvent(widget, &event);
+}
+
+double ratio()
+{
+    return KeyboardScene::aspectRatio(SettingKeys::activeThemeConfig().defaultValue());
 }
 
 QPointF screenCentre()
@@ -287,14 +294,80 @@ private slots:
         for (const QAction* item : menu.actions())
             texts << (item->isSeparator() ? u"-"_s : item->text());
         QCOMPARE(texts,
-            (QStringList {
-                u"Hide Keyboard"_s, u"Pause Showing Keys"_s, u"-"_s, u"Theme: Spacegray"_s, u"-"_s, u"Settings…"_s }));
+            (QStringList { u"Hide Keyboard"_s, u"Pause Showing Keys"_s, u"-"_s, u"Theme: Spacegray"_s, u"Show On"_s,
+                u"-"_s, u"Settings…"_s }));
         menu.actions()[0]->trigger();
         menu.actions()[1]->trigger();
-        menu.actions()[5]->trigger();
+        menu.actions()[6]->trigger();
         menu.actions()[3]->menu()->actions()[2]->trigger();
         QCOMPARE(m_f->actions.calls, (QStringList { u"hide"_s, u"pause"_s, u"settings"_s }));
         QCOMPARE(m_f->store->value(SettingKeys::activeThemeName()), builtInThemes()[2].name);
+
+        const auto screens = [&] {
+            QMenu again;
+            m_f->content()->populateContextMenu(again);
+            QStringList items;
+            for (const QAction* item : again.actions()[4]->menu()->actions())
+                items << (item->isChecked() ? u"* "_s : u""_s) + item->text();
+            return items;
+        };
+        QCOMPARE(screens(), (QStringList { u"* Screen with Pointer"_s, u"Primary Screen"_s, u"eDP-1 (1280×800)"_s }));
+        menu.actions()[4]->menu()->actions()[2]->trigger();
+        QCOMPARE(m_f->store->value(SettingKeys::showOnScreen()), u"eDP-1"_s);
+        m_f->store->setValue(SettingKeys::showOnScreen(), u"HDMI-1"_s);
+        QCOMPARE(screens(), (QStringList { u"Screen with Pointer"_s, u"Primary Screen"_s, u"eDP-1 (1280×800)"_s,
+                                u"* HDMI-1 (not connected)"_s }));
+    }
+
+    void placeBySetup_data()
+    {
+        QTest::addColumn<QString>("stored"); // placesBySetup, "%1" standing for the current set-up
+        QTest::addColumn<QRectF>("frame");
+        QTest::addColumn<double>("width"); // the remembered one
+
+        // The fallback is windowX and windowY; the test puts them at 10, 400 (bottom edge).
+        const QRectF fallback(10, 400 - 900 / ratio(), 900, 900 / ratio());
+        QTest::newRow("this set-up's place")
+            << u"{\"%1\":{\"screen\":\"eDP-1\",\"x\":1,\"y\":0,\"width\":1000}}"_s
+            << QRectF(280, 0, 1000, 1000 / ratio()) << 1000.0;
+        QTest::newRow("wider than the screen, shown narrower")
+            << u"{\"%1\":{\"screen\":\"eDP-1\",\"x\":0,\"y\":1,\"width\":2000}}"_s
+            << QRectF(0, 800 - 1280 / ratio(), 1280, 1280 / ratio()) << 2000.0;
+        QTest::newRow("another set-up's only") << u"{\"other\":{\"screen\":\"eDP-1\",\"x\":1,\"y\":0,\"width\":1000}}"_s
+                                                << fallback << 900.0;
+        QTest::newRow("a screen not connected")
+            << u"{\"%1\":{\"screen\":\"DP-9\",\"x\":1,\"y\":0,\"width\":1000}}"_s << fallback << 900.0;
+        QTest::newRow("garbage") << u"{\"%1\":[1e999, {]"_s << fallback << 900.0;
+    }
+    void placeBySetup()
+    {
+        QFETCH(QString, stored);
+        QFETCH(QRectF, frame);
+        QFETCH(double, width);
+        const QString setup = ScreenPlacement::setupKey(ScreenPlacement::connectedScreens());
+        m_f->store->setValue(SettingKeys::placesBySetup(), stored.arg(setup));
+        m_f->store->setValue(SettingKeys::windowX(), std::optional(10.0));
+        m_f->store->setValue(SettingKeys::windowY(), std::optional(400.0));
+        KeyboardPanel& panel = m_f->makePanel();
+        QCOMPARE(panel.frame(), frame);
+        QCOMPARE(panel.place().width, width);
+
+        // Kept as this set-up's place, with the width the user gave it rather than the one that fits.
+        const ScreenPlacement::PlaceMap map
+            = ScreenPlacement::PlaceMap::fromJson(m_f->store->value(SettingKeys::placesBySetup()));
+        QCOMPARE(map.setups().constLast(), setup);
+        QCOMPARE(map.place(setup)->width, width);
+        QCOMPARE(m_f->storedFrame(), frame);
+
+        // Moved, it keeps that width; shown, it comes fully onto the screen at that width or the most that fits.
+        panel.setFrameOrigin(QPointF(900, -50));
+        QCOMPARE(panel.place().width, width);
+        panel.show();
+        const QRectF shown = panel.frame();
+        QCOMPARE(shown.width(), std::min(width, 1280.0));
+        QVERIFY2(QRectF(0, 0, 1280, 800).contains(shown), qPrintable(u"%1,%2"_s.arg(shown.x()).arg(shown.y())));
+        QCOMPARE(shown.top(), 0.0);
+        QCOMPARE(shown.right(), 1280.0);
     }
 
     void fadesEndOnTime()
@@ -312,5 +385,18 @@ private:
     std::unique_ptr<Fixture> m_f;
 };
 
-QTEST_MAIN(TestKeyboardPanel)
+int main(int argc, char** argv)
+{
+    // One laptop screen, named and large enough for the keyboard's default width.
+    QTemporaryFile screens;
+    if (!screens.open()
+        || screens.write(R"({"screens":[{"name":"eDP-1","x":0,"y":0,"width":1280,"height":800}]})") < 0
+        || !screens.flush())
+        return 1;
+    qputenv("QT_QPA_PLATFORM", "offscreen:configfile=" + QFile::encodeName(screens.fileName()));
+    QApplication app(argc, argv);
+    TestKeyboardPanel test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "testkeyboardpanel.moc"

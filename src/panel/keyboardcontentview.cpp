@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "panel/keyboardcontentview.h"
 
+#include "base/settingkeys.h"
 #include "base/settingsstore.h"
 #include "input/keyboardmonitor.h"
 #include "input/latencyprobe.h"
@@ -8,8 +9,10 @@
 #include "panel/keyboardpanel.h"
 #include "panel/panelactions.h"
 #include "panel/resizehandle.h"
+#include "panel/screenplacement.h"
 #include "panel/thememenu.h"
 
+#include <QActionGroup>
 #include <QContextMenuEvent>
 #include <QGuiApplication>
 #include <QMenu>
@@ -108,6 +111,19 @@ void KeyboardContentView::populateContextMenu(QMenu& menu)
     menu.addSeparator();
 
     ThemeMenu::addTo(menu, m_settings);
+
+    QMenu* showOn = menu.addMenu(tr("Show On"));
+    auto* screens = new QActionGroup(showOn);
+    const QString chosen = m_settings.value(SettingKeys::showOnScreen());
+    for (const ScreenPlacement::Choice& choice :
+        ScreenPlacement::choices(ScreenPlacement::connectedScreens(), chosen)) {
+        QAction* item = showOn->addAction(choice.label);
+        item->setCheckable(true);
+        item->setChecked(choice.value == chosen);
+        screens->addAction(item);
+        connect(item, &QAction::triggered, this,
+            [this, value = choice.value] { m_settings.setValue(SettingKeys::showOnScreen(), value); });
+    }
 
     menu.addSeparator();
 

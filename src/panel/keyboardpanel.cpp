@@ -14,6 +14,7 @@
 #include "theme/hsbcolor.h"
 #include "theme/themestyle.h"
 
+#include <QCursor>
 #include <QGuiApplication>
 #include <QHideEvent>
 #include <QPainter>
@@ -98,7 +99,32 @@ KeyboardPanel::KeyboardPanel(
 
     const QSizeF minimum = minimumFrameSize();
     setMinimumSize(int(minimum.width()), int(std::floor(minimum.height())));
+    m_place.width = width;
     applyFrame(QRectF(0, 0, width, width / m_ratio));
+
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, [this](QScreen* screen) {
+        watchScreen(screen);
+        followScreens();
+    });
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, [this](QScreen* screen) { followScreens(screen); });
+    connect(qGuiApp, &QGuiApplication::primaryScreenChanged, this, [this] { followScreens(); });
+    for (QScreen* screen : QGuiApplication::screens())
+        watchScreen(screen);
+    settings.bind(SettingKeys::showOnScreen(), this, [this](const QString&) {
+        if (isVisible())
+            placeForShowing();
+    });
+
+    const QList<ScreenPlacement::Screen> screens = ScreenPlacement::connectedScreens();
+    m_setup = ScreenPlacement::setupKey(screens);
+    const ScreenPlacement::PlaceMap places
+        = ScreenPlacement::PlaceMap::fromJson(settings.value(SettingKeys::placesBySetup()));
+    if (const std::optional<ScreenPlacement::Place> known = places.place(m_setup)) {
+        if (const qsizetype index = ScreenPlacement::indexOf(screens, known->screen); index >= 0) {
+            placeOn(screens, index, *known);
+            return;
+        }
+    }
 
     const std::optional<double> x = settings.value(SettingKeys::windowX());
     const std::optional<double> bottom = settings.value(SettingKeys::windowY());
@@ -158,6 +184,7 @@ void KeyboardPanel::setFrame(const QRectF& requested)
     const bool sizeChanged = width != m_frame.width() || height != m_frame.height();
     if (sizeChanged && !m_resizeOverlay)
         showResizeOverlay();
+    m_place.width = width;
     applyFrame(QRectF(left, top, width, height));
     storeFrame();
     if (sizeChanged) {
@@ -189,7 +216,7 @@ void KeyboardPanel::endGesture()
         storeFrame();
 }
 
-void KeyboardPanel::storeFrame()
+void KeyboardPanel::storeFrame(const QString& screen)
 {
     m_frameUnstored = m_inGesture;
     if (m_inGesture)
@@ -197,6 +224,78 @@ void KeyboardPanel::storeFrame()
     storeIfChanged(m_settings, SettingKeys::windowWidth(), m_frame.width());
     storeIfChanged(m_settings, SettingKeys::windowX(), std::optional<double>(m_frame.left()));
     storeIfChanged(m_settings, SettingKeys::windowY(), std::optional<double>(m_frame.top() + m_frame.height()));
+    rememberPlace(screen);
+}
+
+void KeyboardPanel::rememberPlace(const QString& screen)
+{
+    const QList<ScreenPlacement::Screen> screens = ScreenPlacement::connectedScreens(m_leavingScreen);
+    if (screens.isEmpty())
+        return;
+    m_setup = ScreenPlacement::setupKey(screens);
+    ScreenPlacement::PlaceMap places
+        = ScreenPlacement::PlaceMap::fromJson(m_settings.value(SettingKeys::placesBySetup()));
+    qsizetype index = ScreenPlacement::indexOf(screens, screen);
+    const bool onAScreen = std::ranges::any_of(
+        screens, [&](const ScreenPlacement::Screen& s) { return QRectF(s.geometry).intersects(m_frame); });
+    if (index < 0 && onAScreen)
+        index = ScreenPlacement::screenOf(screens, m_frame);
+    if (index >= 0) {
+        const ScreenPlacement::Screen& on = screens[index];
+        m_place = ScreenPlacement::placeOf(m_frame, on.name, QRectF(on.available), m_place.width, m_place);
+        places.remember(m_setup, m_place);
+    } else {
+        // Off every screen there is no place to keep; the next start centres it again.
+        places.forget(m_setup);
+    }
+    storeIfChanged(m_settings, SettingKeys::placesBySetup(), places.toJson());
+}
+
+void KeyboardPanel::placeOn(
+    const QList<ScreenPlacement::Screen>& screens, qsizetype index, const ScreenPlacement::Place& place)
+{
+    if (index < 0 || index >= screens.size())
+        return;
+    const ScreenPlacement::Screen& screen = screens[index];
+    const QRectF area(screen.available.isEmpty() ? screen.geometry : screen.available);
+    m_place = place;
+    m_place.screen = screen.name;
+    applyFrame(ScreenPlacement::frameFor(m_place, area, m_ratio, minimumPanelWidth, maximumPanelWidth));
+    storeFrame(screen.name);
+}
+
+void KeyboardPanel::placeForShowing()
+{
+    const QList<ScreenPlacement::Screen> screens = ScreenPlacement::connectedScreens();
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    const QString choice = m_settings.value(SettingKeys::showOnScreen());
+    placeOn(screens,
+        ScreenPlacement::chooseScreen(screens, choice, primary ? primary->name() : QString(), QCursor::pos()), m_place);
+}
+
+void KeyboardPanel::followScreens(const QScreen* leaving)
+{
+    const QScopedValueRollback guard(m_leavingScreen, leaving);
+    const QList<ScreenPlacement::Screen> screens = ScreenPlacement::connectedScreens(leaving);
+    if (screens.isEmpty())
+        return;
+    ScreenPlacement::Place place = m_place;
+    if (const QString setup = ScreenPlacement::setupKey(screens); setup != m_setup) {
+        const ScreenPlacement::PlaceMap places
+            = ScreenPlacement::PlaceMap::fromJson(m_settings.value(SettingKeys::placesBySetup()));
+        place = places.place(setup).value_or(place);
+    }
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    placeOn(screens,
+        ScreenPlacement::screenAfterChange(screens, m_settings.value(SettingKeys::showOnScreen()), place.screen,
+            primary && primary != leaving ? primary->name() : QString(), QCursor::pos()),
+        place);
+}
+
+void KeyboardPanel::watchScreen(QScreen* screen)
+{
+    connect(screen, &QScreen::geometryChanged, this, [this] { followScreens(); });
+    connect(screen, &QScreen::availableGeometryChanged, this, [this] { followScreens(); });
 }
 
 QRect KeyboardPanel::pixelRect(const QRectF& frame)
@@ -211,6 +310,11 @@ void KeyboardPanel::applyFrame(const QRectF& frame)
     if (geometry() == pixels)
         return;
     const QScopedValueRollback guard(m_applyingFrame, true);
+    // Narrower than the minimum only to fit a small screen.
+    const QSizeF least = frame.width() < minimumPanelWidth ? QSizeF(pixels.size()) : minimumFrameSize();
+    const QSize leastPixels(int(least.width()), int(std::floor(least.height())));
+    if (minimumSize() != leastPixels)
+        setMinimumSize(leastPixels);
     setGeometry(pixels);
 }
 
@@ -263,6 +367,7 @@ void KeyboardPanel::showEvent(QShowEvent* event)
     QWidget::showEvent(event);
     if (event->spontaneous())
         return;
+    placeForShowing();
     X11WindowHints::prepareOverlay(windowHandle());
     updateBlurBehind();
     updateWindowShape();

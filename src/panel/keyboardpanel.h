@@ -3,6 +3,7 @@
 
 #include "base/clock.h"
 #include "panel/clockanimation.h"
+#include "panel/screenplacement.h"
 
 #include <QPointer>
 #include <QRectF>
@@ -17,6 +18,7 @@ class KeyboardContentView;
 class KeyboardMonitor;
 class KeyLabelProvider;
 class PanelActions;
+class QScreen;
 class SettingsStore;
 
 /**
@@ -27,6 +29,11 @@ class SettingsStore;
  *
  * Coordinates are Qt's: logical pixels, y growing downwards. The settings keep the bottom-left corner: "windowX" is
  * the left edge and "windowY" the bottom edge.
+ *
+ * Each time it is shown it goes to the screen "showOnScreen" asks for, at its place relative to that screen. Its
+ * place is kept per set-up of screens ("placesBySetup"), and when the screens change it goes to the place it had on
+ * the new set-up, or stays on its screen, or moves onto another one: always wholly on a screen. On a screen too
+ * small for it, it shows narrower (below the minimum width if need be) and takes its own width back on a larger one.
  *
  * Main thread only. `settings`, `clock` and `monitor` must outlive the panel; `actions` may be nullptr.
  */
@@ -59,6 +66,8 @@ public:
 
     /** Width over height of every frame, from the theme active when the panel was made. */
     double currentAspectRatio() const { return m_ratio; }
+    /** Where it is on the current set-up of screens, with the width the user gave it. */
+    ScreenPlacement::Place place() const { return m_place; }
     /** The frame as last set, at full precision (the window itself lies on whole pixels). */
     QRectF frame() const { return m_frame; }
     /** The smallest frame: minimumPanelWidth wide, at the panel's ratio. */
@@ -124,7 +133,16 @@ protected:
 
 private:
     void applyFrame(const QRectF& frame);
-    void storeFrame();
+    /** Stores the frame and keeps it as the place on the current set-up (on the screen `screen` when given). */
+    void storeFrame(const QString& screen = {});
+    void rememberPlace(const QString& screen = {});
+    /** Shows `place` on screens[index]. */
+    void placeOn(const QList<ScreenPlacement::Screen>& screens, qsizetype index, const ScreenPlacement::Place& place);
+    /** Goes to the screen "showOnScreen" asks for. */
+    void placeForShowing();
+    /** Follows a change of the screens; `leaving` is a screen being taken away. */
+    void followScreens(const QScreen* leaving = nullptr);
+    void watchScreen(QScreen* screen);
     void followWindowSystem();
     void setClickThrough(bool on);
     void fadeTo(double opacity);
@@ -137,6 +155,10 @@ private:
     Clock& m_clock;
     double m_ratio = 2.67;
     QRectF m_frame;
+    ScreenPlacement::Place m_place;
+    /** The set-up the place was last kept for. */
+    QString m_setup;
+    const QScreen* m_leavingScreen = nullptr;
     bool m_isHovering = false;
     double m_shownAt = -std::numeric_limits<double>::infinity();
     bool m_clickThrough = false;

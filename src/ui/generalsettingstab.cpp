@@ -6,6 +6,7 @@
 #include "input/keyboardmonitor.h"
 #include "input/triggermodifier.h"
 #include "keyboard/keylabelsettings.h"
+#include "panel/screenplacement.h"
 #include "ui/layoutpicker.h"
 #include "ui/modifiernames.h"
 #include "ui/segmentedcontrol.h"
@@ -15,6 +16,7 @@
 #include "ui/updatersettingssection.h"
 
 #include <QComboBox>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHideEvent>
 #include <QLineEdit>
@@ -111,6 +113,25 @@ void GeneralSettingsTab::buildBehaviour()
         SettingKeys::hideOnScreenRecordingEnd()));
     m_behaviour->addRow(addSwitch(u"Press `esc` to hide while hovering"_s, SettingKeys::escapeToHideOnHover()));
 
+    auto* showOn = new QWidget;
+    auto* showOnLayout = new QHBoxLayout(showOn);
+    showOnLayout->setContentsMargins(0, 0, 0, 0);
+    showOnLayout->addWidget(new ToneLabel(u"Show On"_s, ToneLabel::Tone::primary));
+    showOnLayout->addStretch(1);
+    m_showOn = new QComboBox;
+    m_showOn->setObjectName(SettingKeys::showOnScreen().name());
+    m_showOn->setAccessibleName(u"Show On"_s);
+    m_showOn->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    showOnLayout->addWidget(m_showOn);
+    m_behaviour->addRow(showOn);
+    connect(m_showOn, &QComboBox::activated, this, [this](int index) {
+        m_settings.setValue(SettingKeys::showOnScreen(), m_showOn->itemData(index).toString());
+    });
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, &GeneralSettingsTab::showScreenChoices);
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, &GeneralSettingsTab::showScreenChoices);
+    m_settings.bind(SettingKeys::showOnScreen(), this, [this](const QString&) { showScreenChoices(); });
+    showScreenChoices();
+
     auto* autoHide = new QWidget;
     auto* autoHideLayout = new QVBoxLayout(autoHide);
     autoHideLayout->setContentsMargins(0, 0, 0, 2);
@@ -190,6 +211,16 @@ void GeneralSettingsTab::buildPrivacy()
         m_privacy->content()));
     classes->setEnabled(m_settings.value(SettingKeys::pauseForPrivateApps()));
     m_settings.bind(SettingKeys::pauseForPrivateApps(), classes, [classes](bool on) { classes->setEnabled(on); });
+}
+
+void GeneralSettingsTab::showScreenChoices()
+{
+    const QString chosen = m_settings.value(SettingKeys::showOnScreen());
+    m_showOn->clear();
+    for (const ScreenPlacement::Choice& choice :
+        ScreenPlacement::choices(ScreenPlacement::connectedScreens(), chosen))
+        m_showOn->addItem(choice.label, choice.value);
+    m_showOn->setCurrentIndex(m_showOn->findData(chosen));
 }
 
 void GeneralSettingsTab::buildKeyboard()

@@ -72,6 +72,7 @@ private:
     void buildPrivacy();
     void buildHyperKey();
     void chooseTrigger(int index);
+    void showScreenChoices();
     void showTrigger();
     void showHyperKey();
     void toggleRecording();
@@ -90,6 +91,7 @@ private:
     SettingsSection* m_privacy = nullptr;
     SettingsSection* m_hyperKey = nullptr;
     QComboBox* m_trigger = nullptr;
+    QComboBox* m_showOn = nullptr;
     ToneLabel* m_autoHideExplanation = nullptr;
     QPushButton* m_record = nullptr;
     ToneLabel* m_combination = nullptr;
