@@ -14,7 +14,13 @@
 #include "panel/hovertrackingview.h"
 #include "panel/keyboardcontentview.h"
 #include "panel/keyboardpanel.h"
+#include "dbustestsupport.h"
+#include "input/privatemoments.h"
 #include "testsupport.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
 
 #include <QApplication>
 #include <QFile>
@@ -45,6 +51,21 @@ private:
     const bool& m_recording;
 };
 
+/** The desktop's screen saver on a test bus: answers GetActive with `active`. */
+class FakeScreenSaver final : public QDBusVirtualObject
+{
+public:
+    QString introspect(const QString&) const override { return {}; }
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
+    {
+        if (message.member() != u"GetActive"_s)
+            return false;
+        return connection.send(message.createReply(active));
+    }
+
+    bool active = false;
+};
+
 } // namespace
 
 class TestCoordinator final : public QObject
@@ -60,6 +81,7 @@ private slots:
     void recordingFollowsTheClock();
     void visibilityAndTrayAtStart();
     void gesturesShowAndHide();
+    void lockedScreenPausesWithKeysHeld();
     void singleTapOverThePanelAfterTheGrace();
 
 private:
@@ -75,6 +97,7 @@ private:
     std::unique_ptr<ManualClock> m_clock;
     std::unique_ptr<FakeBackend> m_backend;
     bool m_recording = false;
+    std::unique_ptr<PrivateMomentWatcher> m_privateMoments;
     std::unique_ptr<AppDelegate> m_app;
 };
 
@@ -110,6 +133,7 @@ AppDelegate& TestCoordinator::start(bool trayAvailable)
     environment.recordingSource = std::make_unique<FakeRecording>(m_recording);
     environment.trayAvailable = trayAvailable;
     environment.updateFeed = QUrl(u"https://updates.invalid/feed.json"_s);
+    environment.privateMoments = std::move(m_privateMoments);
     m_app = std::make_unique<AppDelegate>(*m_settings, *m_clock, std::move(environment));
     m_app->start();
     return *m_app;
@@ -275,6 +299,55 @@ void TestCoordinator::gesturesShowAndHide()
     app.setPausedByHand(false);
     QCOMPARE(paused.size(), 2);
     QVERIFY(!app.keyboardMonitor().isPaused() && !panel->contentView()->scene().isPaused());
+}
+
+void TestCoordinator::lockedScreenPausesWithKeysHeld()
+{
+    DBusTest::PrivateBus session;
+    DBusTest::PrivateBus system;
+    if (session.address().isEmpty() || system.address().isEmpty())
+        QSKIP("dbus-daemon is not installed or did not start");
+    // The desktop's screen saver, unlocked at first.
+    QDBusConnection service = session.connect();
+    FakeScreenSaver saver;
+    QVERIFY(service.registerVirtualObject(u"/org/freedesktop/ScreenSaver"_s, &saver));
+    QVERIFY(service.registerService(u"org.freedesktop.ScreenSaver"_s));
+    const auto lock = [&](bool locked) {
+        saver.active = locked;
+        QDBusMessage signal = QDBusMessage::createSignal(
+            u"/org/freedesktop/ScreenSaver"_s, u"org.freedesktop.ScreenSaver"_s, u"ActiveChanged"_s);
+        signal.setArguments({ locked });
+        QVERIFY(service.send(signal));
+    };
+    m_privateMoments = std::make_unique<PrivateMomentWatcher>(
+        *m_settings, PrivateMomentWatcher::Connections { system.connect(), session.connect(), false });
+    AppDelegate& app = start();
+    app.showKeyboard();
+    KeyboardMonitor& monitor = app.keyboardMonitor();
+
+    // Held across the start of the lock: let go at once; typed while locked: never shown; held across its end:
+    // exactly what is held then lights again.
+    emit m_backend->keyDown(0);
+    emit m_backend->keyDown(1);
+    QCOMPARE(monitor.pressedKeys().toList(), (QList<KeyCode> { 0, 1 }));
+    lock(true);
+    QTRY_VERIFY(app.isPaused());
+    QVERIFY(monitor.pressedKeys().isEmpty());
+    QCOMPARE(app.pauseReasons(), QStringList { u"screen locked"_s });
+    emit m_backend->keyUp(0);
+    emit m_backend->keyDown(12);
+    emit m_backend->keyUp(12);
+    emit m_backend->keyDown(13);
+    QVERIFY(monitor.pressedKeys().isEmpty());
+    lock(false);
+    QTRY_VERIFY(!app.isPaused());
+    QCOMPARE(monitor.pressedKeys().toList(), (QList<KeyCode> { 1, 13 }));
+
+    // A screen saver that goes away while locked leaves Ordalis unpaused.
+    lock(true);
+    QTRY_VERIFY(app.isPaused());
+    QVERIFY(service.unregisterService(u"org.freedesktop.ScreenSaver"_s));
+    QTRY_VERIFY(!app.isPaused());
 }
 
 void TestCoordinator::singleTapOverThePanelAfterTheGrace()
