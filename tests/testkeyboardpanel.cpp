@@ -294,12 +294,14 @@ private slots:
         for (const QAction* item : menu.actions())
             texts << (item->isSeparator() ? u"-"_s : item->text());
         QCOMPARE(texts,
-            (QStringList { u"Hide Keyboard"_s, u"Pause Showing Keys"_s, u"-"_s, u"Theme: Spacegray"_s, u"Show On"_s,
-                u"-"_s, u"Settings…"_s }));
+            (QStringList { u"Hide Keyboard"_s, u"Pause Showing Keys"_s, u"Show Trackpad"_s, u"-"_s,
+                u"Theme: Spacegray"_s, u"Show On"_s, u"-"_s, u"Settings…"_s }));
         menu.actions()[0]->trigger();
         menu.actions()[1]->trigger();
-        menu.actions()[6]->trigger();
-        menu.actions()[3]->menu()->actions()[2]->trigger();
+        menu.actions()[2]->trigger();
+        QVERIFY(m_f->store->value(SettingKeys::showTrackpad()));
+        menu.actions()[7]->trigger();
+        menu.actions()[4]->menu()->actions()[2]->trigger();
         QCOMPARE(m_f->actions.calls, (QStringList { u"hide"_s, u"pause"_s, u"settings"_s }));
         QCOMPARE(m_f->store->value(SettingKeys::activeThemeName()), builtInThemes()[2].name);
 
@@ -307,12 +309,12 @@ private slots:
             QMenu again;
             m_f->content()->populateContextMenu(again);
             QStringList items;
-            for (const QAction* item : again.actions()[4]->menu()->actions())
+            for (const QAction* item : again.actions()[5]->menu()->actions())
                 items << (item->isChecked() ? u"* "_s : u""_s) + item->text();
             return items;
         };
         QCOMPARE(screens(), (QStringList { u"* Screen with Pointer"_s, u"Primary Screen"_s, u"eDP-1 (1280×800)"_s }));
-        menu.actions()[4]->menu()->actions()[2]->trigger();
+        menu.actions()[5]->menu()->actions()[2]->trigger();
         QCOMPARE(m_f->store->value(SettingKeys::showOnScreen()), u"eDP-1"_s);
         m_f->store->setValue(SettingKeys::showOnScreen(), u"HDMI-1"_s);
         QCOMPARE(screens(), (QStringList { u"Screen with Pointer"_s, u"Primary Screen"_s, u"eDP-1 (1280×800)"_s,

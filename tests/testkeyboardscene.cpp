@@ -122,6 +122,71 @@ private slots:
         QVERIFY2(updates.count() <= KeyCapView::pressSteps + 1, qPrintable(QString::number(updates.count())));
     }
 
+    void trackpadPulsesAndButtons_data()
+    {
+        // Steps: "pulse P" (P: up, down, left, right), "down P" / "up P" (P: left, right, middle, back, forward),
+        // "at T" (seconds), "lit P" / "dark P": the part's drawn progress is above 0 / is 0.
+        QTest::addColumn<QString>("script");
+        QTest::newRow("a notch lights at once and fades over the glow decay")
+            << u"pulse up; lit up; at 0.14; lit up; at 0.16; dark up"_s;
+        QTest::newRow("notches in quick succession each light it again")
+            << u"pulse down; at 0.1; pulse down; at 0.2; lit down; at 0.26; dark down"_s;
+        QTest::newRow("smooth steps on both axes fade on their own")
+            << u"pulse left; at 0.05; pulse right; at 0.1; pulse left; at 0.21; dark right; lit left; at 0.26; dark left"_s;
+        QTest::newRow("a held button stays lit, then fades")
+            << u"down left; at 5; lit left; dark right; up left; at 5.1; lit left; at 5.16; dark left"_s;
+        QTest::newRow("a drag with another button") << u"down back; down right; at 1; lit back; lit right; up back; "
+                                                       u"at 1.2; dark back; lit right"_s;
+    }
+
+    void trackpadPulsesAndButtons()
+    {
+        QFETCH(QString, script);
+        using Part = TrackpadView::Part;
+        static const QHash<QString, Part> parts { { u"up"_s, Part::scrollUp }, { u"down"_s, Part::scrollDown },
+            { u"left"_s, Part::scrollLeft }, { u"right"_s, Part::scrollRight } };
+        static const QHash<QString, Part> buttons { { u"left"_s, Part::left }, { u"right"_s, Part::right },
+            { u"middle"_s, Part::middle }, { u"back"_s, Part::back }, { u"forward"_s, Part::forward } };
+        Fixture f;
+        f.store->setValue(SettingKeys::showTrackpad(), true);
+        QVERIFY(!f.scene.trackpadRect().isEmpty());
+        bool pulses = false;
+        for (const QString& step : script.split(u';', Qt::SkipEmptyParts)) {
+            const QStringList w = step.split(u' ', Qt::SkipEmptyParts);
+            const QHash<QString, Part>& names = pulses ? parts : buttons;
+            if (w[0] == u"pulse") {
+                pulses = true;
+                f.scene.pulseTrackpad(parts.value(w[1]));
+            } else if (w[0] == u"down" || w[0] == u"up") {
+                f.scene.setTrackpadPart(buttons.value(w[1]), w[0] == u"down");
+            } else if (w[0] == u"at") {
+                f.clock.advanceTo(w[1].toDouble());
+            } else {
+                QCOMPARE(f.scene.trackpadProgress(names.value(w[1])) > 0, w[0] == u"lit");
+            }
+        }
+        // Everything comes to rest: no frame is left scheduled.
+        f.clock.advance(10);
+        QCOMPARE(f.clock.pendingJobCount(), 0);
+    }
+
+    void trackpadShapesThePanel()
+    {
+        // Off, the picture is exactly the keyboard; on, the panel is taller by the trackpad and nothing else moves.
+        Fixture f;
+        const ThemeConfig config = f.scene.themeConfig();
+        const QRectF keyBefore = f.scene.keyRect(49);
+        QVERIFY(f.scene.trackpadRect().isEmpty());
+        const double ratio = KeyboardScene::aspectRatio(config, true);
+        QVERIFY(ratio < KeyboardScene::aspectRatio(config));
+        f.store->setValue(SettingKeys::showTrackpad(), true);
+        f.scene.setSize(QSizeF(900, 900 / ratio));
+        QCOMPARE(f.scene.keyRect(49), keyBefore);
+        const QRectF pad = f.scene.trackpadRect();
+        QVERIFY(std::abs(pad.center().x() - keyBefore.center().x()) < 1e-9);
+        QVERIFY(pad.top() > keyBefore.bottom() && pad.bottom() < f.scene.size().height());
+    }
+
     void themeChangesRedrawAtOnce()
     {
         Fixture f;

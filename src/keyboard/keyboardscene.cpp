@@ -201,6 +201,11 @@ void KeyboardScene::setTrackpadPart(TrackpadView::Part part, bool down)
     scheduleFrame();
 }
 
+double KeyboardScene::trackpadProgress(TrackpadView::Part part) const
+{
+    return double(KeyCapView::pressStep(d->animator.progress(TrackpadView::keyCode(part)))) / KeyCapView::pressSteps;
+}
+
 void KeyboardScene::pulseTrackpad(TrackpadView::Part part)
 {
     // Lit at once, then fading over the glow decay: a pulse never stays lit, and each notch starts a new one.
@@ -465,10 +470,7 @@ void KeyboardScene::paint(QPainter& painter, const QRectF& exposed) const
     if (d->trackpad && d->trackpadBounds.intersects(dirty)) {
         // Drawn at the step a key would be, so that a pulse fades in as many visible steps as a key.
         TrackpadView::paint(painter, d->trackpadRect, d->style, d->unitSize,
-            [this](TrackpadView::Part part) {
-                return double(KeyCapView::pressStep(d->animator.progress(TrackpadView::keyCode(part))))
-                    / KeyCapView::pressSteps;
-            },
+            [this](TrackpadView::Part part) { return trackpadProgress(part); },
             SymbolIcons::shared(), d->shadows);
     }
     if (d->paused && d->pauseSymbol.intersects(dirty)) {

@@ -54,6 +54,8 @@ public:
     /** A part of the trackpad is held or let go (buttons), or pulses once (scrolling). */
     void setTrackpadPart(TrackpadView::Part part, bool down);
     void pulseTrackpad(TrackpadView::Part part);
+    /** How far a part is lit now, as drawn (in the steps of a key). */
+    double trackpadProgress(TrackpadView::Part part) const;
 
     /** Draws `board` (its shape and legends); the table as printed until set. Laid out and repainted at once. */
     void setBoard(std::shared_ptr<const KeyBoard> board);

@@ -108,6 +108,11 @@ void KeyboardContentView::populateContextMenu(QMenu& menu)
             m_actions->setPausedByHand(on);
     });
 
+    QAction* trackpad = menu.addAction(tr("Show Trackpad"));
+    trackpad->setCheckable(true);
+    trackpad->setChecked(m_settings.value(SettingKeys::showTrackpad()));
+    connect(trackpad, &QAction::toggled, this, [this](bool on) { m_settings.setValue(SettingKeys::showTrackpad(), on); });
+
     menu.addSeparator();
 
     ThemeMenu::addTo(menu, m_settings);

@@ -82,9 +82,12 @@ KeyboardPanel::KeyboardPanel(
     setFocusPolicy(Qt::NoFocus);
     setWindowTitle(tr("Ordalis Keyboard"));
 
-    m_ratio = KeyboardScene::aspectRatio(settings.value(SettingKeys::activeThemeConfig()));
-    if (!std::isfinite(m_ratio) || m_ratio <= 0)
-        m_ratio = fallbackRatio;
+    const auto ratioNow = [this] {
+        const double ratio = KeyboardScene::aspectRatio(
+            m_settings.value(SettingKeys::activeThemeConfig()), m_settings.value(SettingKeys::showTrackpad()));
+        return std::isfinite(ratio) && ratio > 0 ? ratio : fallbackRatio;
+    };
+    m_ratio = ratioNow();
     double width = settings.value(SettingKeys::windowWidth());
     if (!(width >= minimumPanelWidth))
         width = minimumPanelWidth;
@@ -110,6 +113,16 @@ KeyboardPanel::KeyboardPanel(
     connect(qGuiApp, &QGuiApplication::primaryScreenChanged, this, [this] { followScreens(); });
     for (QScreen* screen : QGuiApplication::screens())
         watchScreen(screen);
+    // The trackpad makes the panel taller: same place and width, new height.
+    settings.bind(SettingKeys::showTrackpad(), this, [this, ratioNow](bool) {
+        const double ratio = ratioNow();
+        if (ratio == m_ratio)
+            return;
+        m_ratio = ratio;
+        const QSizeF smallest = minimumFrameSize();
+        setMinimumSize(int(smallest.width()), int(std::floor(smallest.height())));
+        setFrame(QRectF(m_frame.topLeft(), QSizeF(m_frame.width(), m_frame.width() / m_ratio)));
+    });
     settings.bind(SettingKeys::showOnScreen(), this, [this](const QString&) {
         if (isVisible())
             placeForShowing();

@@ -253,8 +253,13 @@ void GeneralSettingsTab::buildKeyboard()
     m_shape->setObjectName(SettingKeys::keyboardShape().name());
     addRow(u"Keyboard Shape"_s, m_shape);
 
+    auto* trackpad = new SwitchRow(u"Show Trackpad"_s);
+    trackpad->setObjectName(SettingKeys::showTrackpad().name());
+    SettingsBinding::bindSwitch(trackpad, m_settings, SettingKeys::showTrackpad());
+    m_keyboard->addRow(trackpad);
+
     m_keyboard->addRow(smallNote(u"Labels follow the layout you type with. ISO keyboards have a tall Return and one "
-                                 u"more key left of Z."_s,
+                                 u"more key left of Z. The trackpad shows clicks and scrolling."_s,
         m_keyboard->content()));
 
     connect(m_keyLabels, &LayoutPicker::chosen, this,
