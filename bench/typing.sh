@@ -10,11 +10,14 @@
 # Nothing here fails on a slow machine: it measures and prints.
 #
 # TYPING_SECONDS and IDLE_SECONDS (default 60 each) shorten a trial run; ORDALIS points at another binary.
+# TRACKPAD=1 shows the trackpad; SCROLL=1 mixes three wheel notches a second (two up, one down) into the typing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 typing_seconds=${TYPING_SECONDS:-60}
 idle_seconds=${IDLE_SECONDS:-60}
+trackpad=${TRACKPAD:-0}
+scroll=${SCROLL:-0}
 
 scripts/install-deps.sh
 if [ -z "${ORDALIS:-}" ]; then
@@ -47,6 +50,10 @@ export HOME=$work/home XDG_CONFIG_HOME=$work/home/.config XDG_CACHE_HOME=$work/h
 export XDG_DATA_HOME=$work/home/.local/share XDG_RUNTIME_DIR=$work/runtime
 mkdir -p "$HOME" "$XDG_RUNTIME_DIR"
 chmod 700 "$XDG_RUNTIME_DIR"
+if [ "$trackpad" = 1 ]; then
+    mkdir -p "$XDG_CONFIG_HOME/ordalis"
+    echo '{"showTrackpad": true}' >"$XDG_CONFIG_HOME/ordalis/settings.json"
+fi
 unset DBUS_SESSION_BUS_ADDRESS WAYLAND_DISPLAY XDG_SESSION_TYPE QT_QPA_PLATFORM
 export LANG=C.UTF-8
 
@@ -105,7 +112,7 @@ for _ in 1 2 3 4 5 6; do
     keys+=(ctrl+z shift+ctrl+z Caps_Lock h e l l o Caps_Lock F5 Escape)
 done
 
-echo "== typing for $typing_seconds s at 10 keys a second"
+echo "== typing for $typing_seconds s at 10 keys a second (trackpad $trackpad, scrolling $scroll)"
 cpu_before=$(cpu_ticks)
 start=$(now)
 deadline=$(awk -v s="$start" -v d="$typing_seconds" 'BEGIN { printf "%.3f", s + d }')
@@ -121,6 +128,7 @@ while awk -v n="$(now)" -v d="$deadline" 'BEGIN { exit !(n < d) }'; do
     done
     xdotool key --delay 90 "${chunk[@]}"
     typed=$((typed + ${#chunk[@]}))
+    if [ "$scroll" = 1 ]; then xdotool click --repeat 2 --delay 20 4 click 5; fi
     second=$((second + 1))
     rest=$(awk -v s="$start" -v k="$second" -v n="$(now)" 'BEGIN { r = s + k - n; printf "%.3f", (r > 0 ? r : 0) }')
     sleep "$rest"
