@@ -16,9 +16,19 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+const QStringList buttonNames { u"left"_s, u"right"_s, u"middle"_s, u"back"_s, u"forward"_s };
+const QStringList directionNames { u"up"_s, u"down"_s, u"left"_s, u"right"_s };
+
 struct Fixture
 {
-    Fixture() { monitor.attach(&backend); }
+    Fixture()
+    {
+        monitor.attach(&backend);
+        QObject::connect(&monitor, &KeyboardMonitor::buttonChanged, &monitor,
+            [this](PointerButton b, bool down) { pointer << buttonNames.at(int(b)) + (down ? u"+"_s : u"-"_s); });
+        QObject::connect(&monitor, &KeyboardMonitor::scrolled, &monitor,
+            [this](ScrollDirection d) { pointer << u"wheel-"_s + directionNames.at(int(d)); });
+    }
 
     QTemporaryDir dir;
     SettingsStore settings { dir.filePath(u"settings.json"_s) };
@@ -27,6 +37,8 @@ struct Fixture
     KeyboardMonitor monitor { settings, clock };
     QSignalSpy changed { &monitor, &KeyboardMonitor::pressedKeysChanged };
     QSignalSpy keyChanged { &monitor, &KeyboardMonitor::keyChanged };
+    /** What the monitor told of buttons ("left+", "left-") and scrolling ("wheel-up"), in order. */
+    QStringList pointer;
     qint64 recorded = -1;
     int hookCalls = 0;
 };
@@ -104,6 +116,16 @@ void TestKeyboardMonitor::scripts_data()
         << u"flags 10000 57; on 1; pause; flags 0 57; on 1; flags 20002 56; =; resume; on 0; mods 20002"_s;
     QTest::newRow("No HyperKey is recorded while paused")
         << u"record; pause; caps 1; flags 140009 56; recorded -; resume; flags 140009 56; recorded 140009"_s;
+
+    // "button B 0|1", "scroll D": from the back end. "told E...": what the monitor told since the last "told",
+    // "held B...": the buttons it shows.
+    QTest::newRow("Buttons are told only when they change; every scroll step is told")
+        << u"button left 1; button left 1; button right 1; scroll down; scroll down; button left 0; button left 0;"
+           " told left+ right+ wheel-down wheel-down left-; held right; button forward 1; held right forward"_s;
+    QTest::newRow("A pause lets the buttons go; resuming shows exactly those held then; scrolls in between are lost")
+        << u"button left 1; button back 1; told left+ back+; pause; told left- back-; button left 0; button middle 1;"
+           " scroll up; button back 0; button back 1; told; held; resume; told middle+ back+; held middle back;"
+           " scroll left; told wheel-left"_s;
 }
 
 void TestKeyboardMonitor::scripts()
@@ -122,6 +144,20 @@ void TestKeyboardMonitor::scripts()
             emit backend.keyUp(number(1));
         } else if (op == u"media") {
             emit backend.mediaKey(number(1), number(2) != 0);
+        } else if (op == u"button") {
+            emit backend.pointerButton(PointerButton(buttonNames.indexOf(w.at(1))), number(2) != 0);
+        } else if (op == u"scroll") {
+            emit backend.scrolled(ScrollDirection(directionNames.indexOf(w.at(1))));
+        } else if (op == u"told") {
+            QCOMPARE(m_f->pointer, w.mid(1));
+            m_f->pointer.clear();
+        } else if (op == u"held") {
+            QStringList held;
+            for (int b = 0; b < buttonNames.size(); ++b) {
+                if (monitor.isButtonHeld(PointerButton(b)))
+                    held << buttonNames.at(b);
+            }
+            QCOMPARE(held, w.mid(1));
         } else if (op == u"caps") {
             emit backend.capsLockKey(number(1) != 0);
         } else if (op == u"flags") {

@@ -31,6 +31,13 @@ public:
             [this](bool pressed) { *this << (pressed ? u"caps down"_s : u"caps up"_s); });
         QObject::connect(&backend, &InputBackend::mediaKey, &m_context,
             [this](KeyCode k, bool pressed) { *this << u"media %1 %2"_s.arg(k).arg(pressed ? u"down"_s : u"up"_s); });
+        static const QStringList buttons { u"left"_s, u"right"_s, u"middle"_s, u"back"_s, u"forward"_s };
+        static const QStringList directions { u"up"_s, u"down"_s, u"left"_s, u"right"_s };
+        QObject::connect(&backend, &InputBackend::pointerButton, &m_context, [this](PointerButton b, bool pressed) {
+            *this << u"button %1 %2"_s.arg(buttons.at(int(b)), pressed ? u"down"_s : u"up"_s);
+        });
+        QObject::connect(&backend, &InputBackend::scrolled, &m_context,
+            [this](ScrollDirection direction) { *this << u"scroll "_s + directions.at(int(direction)); });
     }
 
 private:
@@ -110,6 +117,32 @@ void TestKeyEventProcessor::sequences_data()
         << u"caps down, flags 10000 57, caps up, flags 30002 56"_s;
     QTest::newRow("Nonsense values, codes and types are ignored")
         << u"k 30 3; k 30 -1; k 767 1; k 65535 1; ev 2 0 5; ev 127 0 0; k 30 0"_s << QString();
+
+    // Buttons are key codes: BTN_LEFT 272, RIGHT 273, MIDDLE 274, SIDE 275, EXTRA 276, FORWARD 277, BACK 278.
+    QTest::newRow("Mouse buttons; side and back are one button, extra and forward another, as on two mice")
+        << u"k 272 1; k 273 1; k 274 1; syn; k 275 1; k 278 1; k 278 0; k 275 0; d 277 2; k 276 1; u 277 2;"
+           " k 276 2; k 276 0; k 272 0; k 273 0; k 274 0; syn"_s
+        << u"button left down, button right down, button middle down, button back down, button back up,"
+           " button forward down, button forward up, button left up, button right up, button middle up"_s;
+    QTest::newRow("A drop or an unplugged mouse lets go of the buttons it held")
+        << u"k 272 1; k 276 1; syn; drop; k 272 0; syn; resync 0 273 276; remove"_s
+        << u"button left down, button forward down, button left up, button right down, button right up,"
+           " button forward up"_s;
+    // EV_REL is 2: REL_WHEEL 8, REL_HWHEEL 6, REL_WHEEL_HI_RES 11, REL_HWHEEL_HI_RES 12, REL_X 0.
+    QTest::newRow("Wheel notches, one step each, when the frame ends")
+        << u"ev 2 8 1; ev 2 0 5; syn; ev 2 8 -2; syn; ev 2 6 1; ev 2 6 -1; syn; ev 2 6 -1; ev 2 8 1"_s
+        << u"scroll up, scroll down, scroll down"_s;
+    QTest::newRow("Fine wheel values in steps of 40: three make a step, and the notch sent with them is not another")
+        << u"ev 2 11 40; syn; ev 2 11 40; syn; ev 2 11 40; ev 2 8 1; syn; ev 2 8 1; ev 2 11 120; syn; ev 2 8 1;"
+           " syn; ev 2 11 -240; ev 2 8 -2; syn"_s
+        << u"scroll up, scroll up, scroll down, scroll down"_s;
+    QTest::newRow("Horizontal fine values; turning back starts afresh")
+        << u"ev 2 12 80; ev 2 6 0; syn; ev 2 12 -40; syn; ev 2 12 -80; syn; ev 2 12 120; syn"_s
+        << u"scroll left, scroll right"_s;
+    QTest::newRow("A drop forgets what was under a step")
+        << u"ev 2 11 80; syn; drop; ev 2 11 40; syn; resync 0; ev 2 11 40; syn; ev 2 11 80; syn"_s << u"scroll up"_s;
+    QTest::newRow("A frame of more than 16 notches gives 16 steps")
+        << u"ev 2 8 100000; syn; ev 2 8 1; syn"_s << QStringList(17, u"scroll up"_s).join(u", "_s);
 }
 
 void TestKeyEventProcessor::sequences()

@@ -79,6 +79,8 @@ class TestKeyHelperBackend : public QObject
 private slots:
     void streamFollowsTheRecords_data();
     void streamFollowsTheRecords();
+    void streamScrollsAndPressesButtons_data();
+    void streamScrollsAndPressesButtons();
     void backendTellsWhyTheHelperEnded_data();
     void backendTellsWhyTheHelperEnded();
     void backendStopsTheHelperThroughItsInput();
@@ -109,7 +111,8 @@ void TestKeyHelperBackend::streamFollowsTheRecords_data()
     // Each of these breaks the protocol after a key was made held: the stream ends and lets go of everything.
     const std::vector<Record> typing = std::vector { hello } + announce(1, { KEY_A });
     QTest::newRow("no hello") << bytes(announce(1, { KEY_A })) << QList<int> {} << true;
-    QTest::newRow("another version") << bytes(std::vector { makeRecord(Kind::hello, 0, 2) } + announce(1, { KEY_A }))
+    QTest::newRow("a later version") << bytes(
+        std::vector { makeRecord(Kind::hello, 0, KeyHelperProtocol::protocolVersion + 1) } + announce(1, { KEY_A }))
                                      << QList<int> {} << true;
     QTest::newRow("code out of range") << bytes(typing + key(1, 768, 1)) << QList<int> {} << true;
     QTest::newRow("device never announced") << bytes(typing + key(7, KEY_B, 1)) << QList<int> {} << true;
@@ -138,6 +141,49 @@ void TestKeyHelperBackend::streamFollowsTheRecords()
     reader.finish();
     QCOMPARE(heldCodes(processor), QList<int> {});
     QCOMPARE(processor.flags(), ModifierFlags(0));
+}
+
+void TestKeyHelperBackend::streamScrollsAndPressesButtons_data()
+{
+    QTest::addColumn<QByteArray>("stream");
+    QTest::addColumn<QString>("reports");
+    QTest::addColumn<bool>("broken");
+
+    const auto scroll = [](std::uint16_t device, std::uint16_t direction) {
+        return std::vector<Record> { makeRecord(Kind::scroll, device, direction) };
+    };
+    const std::vector<Record> mouse = std::vector { hello } + announce(1, { BTN_RIGHT });
+    QTest::newRow("buttons and steps; a removed mouse lets go")
+        << bytes(mouse + scroll(1, 0) + scroll(1, 3) + std::vector { makeRecord(Kind::key, 1, BTN_SIDE, 1) }
+               + std::vector { makeRecord(Kind::removed, 1) })
+        << u"right down, up, right, back down, right up, back up"_s << false;
+    // A helper of version 1 is still read; it sends no scroll records, so one from it is garbage.
+    const std::vector<Record> first { makeRecord(Kind::hello, 0, 1) };
+    QTest::newRow("version 1 without scrolling")
+        << bytes(first + announce(1, { BTN_LEFT })) << u"left down, left up"_s << false;
+    QTest::newRow("version 1 scrolling") << bytes(first + announce(1, { BTN_LEFT }) + scroll(1, 0))
+                                         << u"left down, left up"_s << true;
+    QTest::newRow("direction out of range") << bytes(mouse + scroll(1, 4)) << u"right down, right up"_s << true;
+}
+
+void TestKeyHelperBackend::streamScrollsAndPressesButtons()
+{
+    QFETCH(QByteArray, stream);
+    QFETCH(QString, reports);
+    QFETCH(bool, broken);
+
+    static const QStringList buttons { u"left"_s, u"right"_s, u"middle"_s, u"back"_s, u"forward"_s };
+    static const QStringList directions { u"up"_s, u"down"_s, u"left"_s, u"right"_s };
+    TestSupport::FakeInputBackend backend;
+    QStringList told;
+    connect(&backend, &InputBackend::pointerButton, &backend,
+        [&](PointerButton b, bool down) { told << buttons.at(int(b)) + (down ? u" down"_s : u" up"_s); });
+    connect(&backend, &InputBackend::scrolled, &backend, [&](ScrollDirection d) { told << directions.at(int(d)); });
+    KeyEventProcessor processor(backend);
+    KeyHelperStream reader(processor);
+    QCOMPARE(reader.feed(stream.constData(), std::size_t(stream.size())), !broken);
+    reader.finish();
+    QCOMPARE(told.join(u", "_s), reports);
 }
 
 void TestKeyHelperBackend::backendTellsWhyTheHelperEnded_data()

@@ -106,5 +106,7 @@ void DeviceBackend::forward(InputBackend* part)
         connect(part, &InputBackend::flagsChanged, this, &InputBackend::flagsChanged),
         connect(part, &InputBackend::capsLockKey, this, &InputBackend::capsLockKey),
         connect(part, &InputBackend::mediaKey, this, &InputBackend::mediaKey),
+        connect(part, &InputBackend::pointerButton, this, &InputBackend::pointerButton),
+        connect(part, &InputBackend::scrolled, this, &InputBackend::scrolled),
     };
 }

@@ -223,7 +223,10 @@ void EvdevBackend::openDevice(const QString& path)
         return;
     }
     EvdevEventStream::DeviceState state = readState(evdev);
-    if (!libevdev_has_event_type(evdev, EV_KEY) || !EvdevEventStream::isKeyboard(state.keys)) {
+    const bool hasWheel
+        = libevdev_has_event_code(evdev, EV_REL, REL_WHEEL) || libevdev_has_event_code(evdev, EV_REL, REL_HWHEEL);
+    // Pointers are read where they are readable; access itself still means a keyboard (see access()).
+    if (!EvdevEventStream::isKeyboard(state.keys) && !EvdevEventStream::isPointer(state.keys, hasWheel)) {
         libevdev_free(evdev);
         ::close(fd);
         return;
@@ -238,7 +241,8 @@ void EvdevBackend::openDevice(const QString& path)
             readDevice(d);
     });
     m_devices.push_back(std::move(device));
-    // Keys already down (a modifier held while Ordalis starts) are shown, and their release is then not ignored.
+    // Keys and buttons already down (a modifier held while Ordalis starts) are shown, and their release is then not
+    // ignored.
     m_devices.back()->stream.resync(state);
 }
 

@@ -14,7 +14,8 @@ class QFileSystemWatcher;
 
 /**
  * Reads every keyboard under /dev/input directly (libevdev), for sessions where the display server will not tell
- * other clients about keys (Wayland). Needs read access to the keyboards' event devices, which the desktop gives
+ * other clients about keys (Wayland), and the mice and touchpads that are readable as well, for their buttons and
+ * wheels. Needs read access to the keyboards' event devices, which the desktop gives
  * only where a udev rule grants it or the user joined the "input" group; elsewhere KeyHelperBackend reads them.
  *
  * All reading happens on the main thread through socket notifiers; keyboards plugged in while running are picked
@@ -47,7 +48,7 @@ public:
     /** True while any keyboard's Caps Lock LED is lit. */
     bool capsLockOn() const override;
 
-    /** The number of keyboards being read. */
+    /** The number of keyboards and pointers being read. */
     int deviceCount() const;
 
 private:

@@ -3,6 +3,11 @@
 
 #include <linux/input.h>
 
+static_assert(int(WheelSteps::Direction::up) == int(ScrollDirection::up)
+    && int(WheelSteps::Direction::down) == int(ScrollDirection::down)
+    && int(WheelSteps::Direction::left) == int(ScrollDirection::left)
+    && int(WheelSteps::Direction::right) == int(ScrollDirection::right));
+
 EvdevEventStream::EvdevEventStream(KeyEventProcessor& processor, KeyEventProcessor::DeviceId device)
     : m_processor(processor)
     , m_device(device)
@@ -13,6 +18,7 @@ void EvdevEventStream::processEvent(const input_event& event)
 {
     if (event.type == EV_SYN && event.code == SYN_DROPPED) {
         m_dropped = true;
+        m_wheel.reset();
         return;
     }
     // The events around a drop are incomplete; the device state read for resync() replaces them.
@@ -27,6 +33,10 @@ void EvdevEventStream::processEvent(const input_event& event)
     case EV_LED:
         if (event.code == LED_CAPSL)
             setCapsLockLed(event.value != 0);
+        break;
+    case EV_REL:
+    case EV_SYN:
+        m_wheel.process(event, [this](WheelSteps::Direction direction) { scroll(ScrollDirection(direction)); });
         break;
     default:
         break;
@@ -48,9 +58,15 @@ void EvdevEventStream::resync(const DeviceState& state)
     setCapsLockLed(state.capsLockLed);
 }
 
+void EvdevEventStream::scroll(ScrollDirection direction)
+{
+    m_processor.scroll(direction);
+}
+
 void EvdevEventStream::deviceRemoved()
 {
     m_dropped = false;
+    m_wheel.reset();
     m_processor.releaseDevice(m_device);
     setCapsLockLed(false);
 }
@@ -64,6 +80,11 @@ bool EvdevEventStream::isKeyboard(const std::bitset<LinuxKeymap::codeCount>& key
             return true;
     }
     return false;
+}
+
+bool EvdevEventStream::isPointer(const std::bitset<LinuxKeymap::codeCount>& keys, bool hasWheel)
+{
+    return keys.test(BTN_LEFT) || hasWheel;
 }
 
 void EvdevEventStream::setCapsLockLed(bool on)

@@ -3,14 +3,14 @@
 
 #include "input/keyeventprocessor.h"
 #include "input/linuxkeymap.h"
+#include "input/wheelsteps.h"
 
 #include <bitset>
 
-struct input_event;
-
 /**
- * The events of one evdev device, as read, fed to the shared processor: EV_KEY becomes key presses and releases,
- * LED_CAPSL the Caps Lock lock state. Knows nothing of file descriptors, so recorded event sequences can drive it.
+ * The events of one evdev device, as read, fed to the shared processor: EV_KEY becomes key and pointer button
+ * presses and releases, LED_CAPSL the Caps Lock lock state, the wheels scroll steps (see WheelSteps). Knows nothing
+ * of file descriptors, so recorded event sequences can drive it.
  *
  * After a SYN_DROPPED the kernel has lost events; everything up to the resync is ignored, and resync() then brings
  * the held keys in line with the device's real state, so no key stays stuck and none is missed.
@@ -40,6 +40,9 @@ public:
     /** Releases what is held but no longer down and presses what is down but not held, then takes the LED state. */
     void resync(const DeviceState& state);
 
+    /** One scroll step the device made, as the key helper reports them. */
+    void scroll(ScrollDirection direction);
+
     /** The device is gone: everything it held is released. */
     void deviceRemoved();
 
@@ -51,12 +54,15 @@ public:
      * media keys (laptop brightness and volume buttons often come on a device of their own).
      */
     static bool isKeyboard(const std::bitset<LinuxKeymap::codeCount>& keys);
+    /** Whether a device is a pointer worth reading: one with a left button (mice, touchpads) or a wheel. */
+    static bool isPointer(const std::bitset<LinuxKeymap::codeCount>& keys, bool hasWheel);
 
 private:
     void setCapsLockLed(bool on);
 
     KeyEventProcessor& m_processor;
     KeyEventProcessor::DeviceId m_device;
+    WheelSteps m_wheel;
     bool m_dropped = false;
     bool m_capsLockLed = false;
 };

@@ -7,9 +7,19 @@
 #include <QObject>
 #include <QString>
 
+/** A pointer button as drawn on the trackpad, whichever device (mouse, touchpad) pressed it. */
+enum class PointerButton : quint8 { left, right, middle, back, forward };
+
 /**
- * A source of global keyboard input: every key the user presses in any application, already translated to the
- * layout's virtual key codes. Implementations read the platform (X11 XInput2, evdev) and emit on the main thread.
+ * Which way a wheel turned, or a scroll step went: up is a wheel turned away from the user. Natural scrolling, where
+ * it is set, is already applied on X11 and not when the devices are read.
+ */
+enum class ScrollDirection : quint8 { up, down, left, right };
+
+/**
+ * A source of global keyboard and pointer input: every key the user presses in any application, already translated
+ * to the layout's virtual key codes, and the pointer's buttons and scrolling. Implementations read the platform
+ * (X11 XInput2, evdev) and emit on the main thread.
  *
  * A back end reports, never records: nothing it receives is written, logged or sent anywhere.
  */
@@ -118,6 +128,13 @@ signals:
     void capsLockKey(bool pressed);
     /** A media key (volume, brightness, playback) went down or up, reported as the F-key that carries its symbol. */
     void mediaKey(KeyCode keyCode, bool pressed);
+    /**
+     * A pointer button went down or up. A button held on two devices is reported down once and up when the last
+     * lets go; a device that goes away lets go of its buttons.
+     */
+    void pointerButton(PointerButton button, bool pressed);
+    /** The content scrolled by one step: exactly one per wheel notch, or per notch's worth of smooth scrolling. */
+    void scrolled(ScrollDirection direction);
     /** access() or source() may have changed (a device appeared or vanished, permissions changed). */
     void accessChanged();
     /**

@@ -126,6 +126,8 @@ void KeyboardMonitor::attach(InputBackend* backend)
         connect(backend, &InputBackend::flagsChanged, this, &KeyboardMonitor::handleFlagsChanged),
         connect(backend, &InputBackend::capsLockKey, this, &KeyboardMonitor::handleCapsLockKey),
         connect(backend, &InputBackend::mediaKey, this, &KeyboardMonitor::handleMediaKey),
+        connect(backend, &InputBackend::pointerButton, this, &KeyboardMonitor::handlePointerButton),
+        connect(backend, &InputBackend::scrolled, this, &KeyboardMonitor::handleScroll),
     };
 }
 
@@ -282,6 +284,7 @@ void KeyboardMonitor::setPaused(bool paused)
         for (KeyCode code : shown)
             emit keyChanged(code, false);
         emit pressedKeysChanged();
+        showButtons(0);
         return;
     }
     m_paused = false;
@@ -294,6 +297,32 @@ void KeyboardMonitor::setPaused(bool paused)
     if ((m_flagsAtPause ^ m_modifierFlags) & ModifierFlag::capsLock)
         emit capsLockOnChanged(capsLockOn());
     emit capsLockHeldChanged(m_capsLockHeld);
+    showButtons(m_heldButtons);
+}
+
+void KeyboardMonitor::handlePointerButton(PointerButton button, bool pressed)
+{
+    if (quint8(button) > quint8(PointerButton::forward))
+        return;
+    pressed ? m_heldButtons |= buttonBit(button) : m_heldButtons &= quint8(~buttonBit(button));
+    if (!m_paused)
+        showButtons(m_heldButtons);
+}
+
+void KeyboardMonitor::handleScroll(ScrollDirection direction)
+{
+    if (!m_paused)
+        emit scrolled(direction);
+}
+
+void KeyboardMonitor::showButtons(quint8 buttons)
+{
+    const quint8 changed = m_shownButtons ^ buttons;
+    m_shownButtons = buttons;
+    for (quint8 index = 0; index <= quint8(PointerButton::forward); ++index) {
+        if (changed & (1u << index))
+            emit buttonChanged(PointerButton(index), buttons & (1u << index));
+    }
 }
 
 void KeyboardMonitor::setCapsLockHeld(bool held)

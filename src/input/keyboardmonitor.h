@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/clock.h"
+#include "input/inputbackend.h"
 #include "input/modifierflags.h"
 #include "base/keycode.h"
 
@@ -14,7 +15,6 @@
 #include <cstdint>
 #include <functional>
 
-class InputBackend;
 class SettingsStore;
 
 /**
@@ -48,7 +48,8 @@ private:
 
 /**
  * The one place where keyboard input enters Ordalis: the keys to show as held, the latest modifier flags and the
- * Caps Lock state, fed by an InputBackend and read by the keyboard views and the gesture recogniser.
+ * Caps Lock state, fed by an InputBackend and read by the keyboard views and the gesture recogniser. The pointer's
+ * buttons and scroll steps, for the trackpad, come in the same way.
  *
  * Caps Lock is a lock key, so its flag tells the lock state, not whether the key is down; the monitor shows the
  * physical key from the back end's separate Caps Lock report instead. When the user's Caps Lock is remapped to a
@@ -90,8 +91,8 @@ public:
     static QVarLengthArray<KeyCode, 8> keyCodesForModifiers(ModifierFlags modifiers);
 
     /**
-     * Connects `backend` (nullptr detaches): its key and Caps Lock reports drive this monitor. A previously attached
-     * back end is disconnected; held keys are left as they are.
+     * Connects `backend` (nullptr detaches): its key, Caps Lock and pointer reports drive this monitor. A previously
+     * attached back end is disconnected; held keys are left as they are.
      */
     void attach(InputBackend* backend);
     InputBackend* backend() const;
@@ -107,7 +108,8 @@ public:
     /**
      * While paused nothing is shown: every key shown is let go at once, no key change, modifier change or Caps Lock
      * change is told, and no hook runs (so no gesture fires and nothing is held back from other applications). The
-     * keys go on being followed, so that resuming shows exactly the keys held at that moment.
+     * keys go on being followed, so that resuming shows exactly the keys held at that moment. Pointer buttons are
+     * treated the same way; scroll steps made while paused are dropped.
      */
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
@@ -151,6 +153,12 @@ public:
     /** The physical Caps Lock key went down or up. */
     void handleCapsLockKey(bool pressed);
 
+    /** Whether `button` is shown as held; buttonChanged() tells about changes. */
+    bool isButtonHeld(PointerButton button) const { return m_shownButtons & buttonBit(button); }
+    void handlePointerButton(PointerButton button, bool pressed);
+    /** One scroll step, passed on as scrolled() unless paused. */
+    void handleScroll(ScrollDirection direction);
+
 signals:
     /**
      * Emitted on every insertion into or removal from pressedKeys, also when the set stays as it was (a key's
@@ -163,8 +171,14 @@ signals:
     void capsLockOnChanged(bool on);
     void capsLockHeldChanged(bool held);
     void recordingHyperKeyChanged(bool recording);
+    /** A pointer button started or stopped being shown; emitted only when that really changes. */
+    void buttonChanged(PointerButton button, bool down);
+    void scrolled(ScrollDirection direction);
 
 private:
+    static constexpr quint8 buttonBit(PointerButton button) { return quint8(1u << quint8(button)); }
+    /** Makes the shown buttons `buttons`, telling of each one that changes. */
+    void showButtons(quint8 buttons);
     void showModifierKeys();
     void setKey(KeyCode keyCode, bool down);
     void setCapsLockHeld(bool held);
@@ -179,6 +193,9 @@ private:
     KeyCodeSet m_pressedKeys;
     // What would be shown; equal to m_pressedKeys except while paused.
     KeyCodeSet m_heldKeys;
+    /** Pointer buttons by buttonBit(): held, and shown (nothing while paused). */
+    quint8 m_heldButtons = 0;
+    quint8 m_shownButtons = 0;
     bool m_paused = false;
     ModifierFlags m_flagsAtPause = 0;
     ModifierFlags m_modifierFlags = 0;

@@ -86,6 +86,11 @@ void KeyEventProcessor::releaseAll()
         releaseDevice(device);
 }
 
+void KeyEventProcessor::scroll(ScrollDirection direction)
+{
+    emit m_backend.scrolled(direction);
+}
+
 void KeyEventProcessor::refreshLockState()
 {
     setLockState(m_backend.capsLockOn());
@@ -165,6 +170,11 @@ void KeyEventProcessor::press(const LinuxKeymap::Entry& entry, int linuxCode, De
         if (m_keyHolders[entry.keyCode]++ == 0)
             emit m_backend.mediaKey(entry.keyCode, true);
         break;
+    case LinuxKeymap::Kind::pointerButton:
+        Q_ASSERT(entry.keyCode < m_buttonHolders.size());
+        if (m_buttonHolders[entry.keyCode]++ == 0)
+            emit m_backend.pointerButton(PointerButton(entry.keyCode), true);
+        break;
     case LinuxKeymap::Kind::none:
         break;
     }
@@ -191,6 +201,10 @@ void KeyEventProcessor::release(const LinuxKeymap::Entry& entry, int linuxCode, 
     case LinuxKeymap::Kind::media:
         if (--m_keyHolders[entry.keyCode] == 0)
             emit m_backend.mediaKey(entry.keyCode, false);
+        break;
+    case LinuxKeymap::Kind::pointerButton:
+        if (--m_buttonHolders[entry.keyCode] == 0)
+            emit m_backend.pointerButton(PointerButton(entry.keyCode), false);
         break;
     case LinuxKeymap::Kind::none:
         break;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "input/inputbackend.h"
 #include "input/linuxkeymap.h"
 #include "input/modifierflags.h"
 #include "base/keycode.h"
@@ -12,12 +13,11 @@
 #include <cstdint>
 #include <vector>
 
-class InputBackend;
-
 /**
  * Turns raw Linux key events from any number of devices into the reports of an InputBackend, emitted as that back
  * end's own signals: key down and up for ordinary keys, modifier flags, the Caps Lock key and media keys, all in the
- * layout's key codes. It owns the Caps Lock lock state that goes into the flags.
+ * layout's key codes, and pointer buttons (BTN_LEFT and the like are key codes too). It owns the Caps Lock lock
+ * state that goes into the flags.
  *
  * It remembers which device holds which key, so that a key held on two keyboards goes up only when the last one
  * lets go, a vanished device lets go of everything it held, and releases of keys that are not held (repeated
@@ -47,6 +47,9 @@ public:
      * was not known to be held); codes outside the keymap are ignored.
      */
     void processKey(int linuxCode, Action action, DeviceId device);
+
+    /** One scroll step, passed straight on: scrolling holds nothing. */
+    void scroll(ScrollDirection direction);
 
     /** Lets go of every key `device` holds, as when the device is unplugged. */
     void releaseDevice(DeviceId device);
@@ -94,6 +97,8 @@ private:
      * itself shows on the same cap.
      */
     std::array<std::uint8_t, keySlots> m_keyHolders {};
+    /** How many held Linux codes show each pointer button: BTN_SIDE and BTN_BACK are both back. */
+    std::array<std::uint8_t, 5> m_buttonHolders {};
     /** A handful of keyboards at most, so a vector searched in order beats hashing. */
     std::vector<DeviceKeys> m_devices;
     InputBackend& m_backend;

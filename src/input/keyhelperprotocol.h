@@ -9,13 +9,17 @@
 // the order the device produced them; records of different devices may interleave, but never inside a state block.
 //
 //   hello       code = protocolVersion
-//   key         code = Linux key code (below keyCodeCount), value = 0 release, 1 press, 2 auto-repeat
+//   key         code = Linux key code (below keyCodeCount), value = 0 release, 1 press, 2 auto-repeat; pointer
+//               buttons are key codes too (BTN_LEFT and so on)
 //   capsLockLed value = 0 off, 1 on
 //   stateBegin  the device's full state follows
 //   stateKey    code = a Linux key code that is down now (inside a state block only)
 //   stateEnd    value = the Caps Lock LED (0 or 1); the state is complete
 //   removed     the device is gone; its id may be used again by a later device
+//   scroll      code = 0 up, 1 down, 2 left, 3 right: the device's wheel moved by one notch (see WheelSteps)
 //
+// Version 2 added the scroll record and pointer devices. A reader of version 1 refuses a version 2 stream at its
+// hello, so it never meets a record it does not know; a version 1 stream has no scroll records.
 // No record carries text, names, paths or times.
 
 #include <cstdint>
@@ -24,7 +28,13 @@
 
 namespace KeyHelperProtocol {
 
-constexpr std::uint16_t protocolVersion = 1;
+constexpr std::uint16_t protocolVersion = 2;
+/** The oldest version a reader of this one understands. */
+constexpr std::uint16_t oldestReadableVersion = 1;
+/** The first version with scroll records. */
+constexpr std::uint16_t scrollVersion = 2;
+/** Scroll directions carried: the codes 0 to 3. */
+constexpr int scrollDirectionCount = 4;
 
 /** Linux key codes carried: KEY_MAX + 1, the size of an evdev key bitmap. */
 constexpr int keyCodeCount = 768;
@@ -37,6 +47,7 @@ enum class Kind : std::uint8_t {
     stateKey = 5,
     stateEnd = 6,
     removed = 7,
+    scroll = 8,
 };
 
 /** One record, in the byte order of the machine (both ends run on it). */

@@ -84,8 +84,9 @@ bool KeyHelperStream::process(const Record& record)
     if (!m_helloSeen) {
         if (record.kind != Kind::hello)
             return fail(u"no greeting"_s);
-        if (record.code != KeyHelperProtocol::protocolVersion)
+        if (record.code < KeyHelperProtocol::oldestReadableVersion || record.code > KeyHelperProtocol::protocolVersion)
             return fail(u"a key helper of another version"_s);
+        m_version = record.code;
         m_helloSeen = true;
         return true;
     }
@@ -127,6 +128,13 @@ bool KeyHelperStream::process(const Record& record)
         if (!device || record.value < 0 || record.value > 1)
             return fail(u"a light change out of place"_s);
         device->stream->processEvent(makeEvent(EV_LED, LED_CAPSL, record.value));
+        return true;
+    case Kind::scroll:
+        if (m_version < KeyHelperProtocol::scrollVersion)
+            break;
+        if (!device || record.code >= KeyHelperProtocol::scrollDirectionCount || record.value != 0)
+            return fail(u"a scroll out of place"_s);
+        device->stream->scroll(ScrollDirection(record.code));
         return true;
     case Kind::removed: {
         if (!device)

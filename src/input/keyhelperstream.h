@@ -15,8 +15,8 @@
 
 /**
  * Reads the record stream of ordalis-keyhelper and feeds it, device by device, through the same evdev event streams
- * that reading the devices directly uses: per-device held keys, resync from a full state, release of a removed
- * device's keys, Caps Lock from the LED.
+ * that reading the devices directly uses: per-device held keys and buttons, resync from a full state, release of a
+ * removed device's keys and buttons, Caps Lock from the LED, scroll steps.
  *
  * The helper runs with more privilege than Ordalis, but its output is still treated as untrusted: the first record
  * that breaks the protocol (anything before hello, an unknown kind, a code or value out of range, a device never
@@ -71,6 +71,7 @@ private:
     Device* m_stateDevice = nullptr;
     EvdevEventStream::DeviceState m_state;
     KeyEventProcessor::DeviceId m_nextStreamId = 1;
+    std::uint16_t m_version = 0;
     bool m_helloSeen = false;
     bool m_closed = false;
     bool m_busy = false;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "input/linuxkeymap.h"
 
+#include "input/inputbackend.h"
+
 #include <linux/input-event-codes.h>
 
 #include <array>
@@ -26,6 +28,11 @@ constexpr Entry modifier(KeyCode code, ModifierFlags flags)
 constexpr Entry media(KeyCode code)
 {
     return { code, Kind::media, 0 };
+}
+
+constexpr Entry button(PointerButton button)
+{
+    return { KeyCode(button), Kind::pointerButton, 0 };
 }
 
 constexpr Table buildTable()
@@ -137,6 +144,15 @@ constexpr Table buildTable()
     t[KEY_MUTE] = media(109);
     t[KEY_VOLUMEDOWN] = media(103);
     t[KEY_VOLUMEUP] = media(111);
+
+    // Clickpads press BTN_LEFT wherever they are pushed; mice name their side buttons either way.
+    t[BTN_LEFT] = button(PointerButton::left);
+    t[BTN_RIGHT] = button(PointerButton::right);
+    t[BTN_MIDDLE] = button(PointerButton::middle);
+    t[BTN_SIDE] = button(PointerButton::back);
+    t[BTN_BACK] = button(PointerButton::back);
+    t[BTN_EXTRA] = button(PointerButton::forward);
+    t[BTN_FORWARD] = button(PointerButton::forward);
 
     return t;
 }

@@ -29,6 +29,8 @@ enum class Kind : std::uint8_t
     capsLock,
     /** Volume, brightness and playback keys, shown on the F-key that carries their symbol. */
     media,
+    /** A mouse or touchpad button (BTN_LEFT and so on); `keyCode` holds its PointerButton. */
+    pointerButton,
 };
 
 struct Entry

@@ -39,6 +39,15 @@ constexpr std::array<std::uint16_t, 4> lockVariants { 0, XCB_MOD_MASK_LOCK, numL
 // The virtual core keyboard: the master whose raw events arrive when nothing else was seen yet.
 constexpr KeyEventProcessor::DeviceId coreKeyboardId = 3;
 
+// X numbers pointer buttons 1 left, 2 middle, 3 right, 4 to 7 the wheel (up, down, left, right), 8 back and
+// 9 forward. Raw events carry the device's own numbers, before the user's button mapping (a left-handed swap), so
+// the button drawn is the one under the finger.
+constexpr std::array<int, 10> buttonCodes { 0, BTN_LEFT, BTN_MIDDLE, BTN_RIGHT, 0, 0, 0, 0, BTN_SIDE, BTN_EXTRA };
+constexpr int firstWheelButton = 4;
+constexpr int lastWheelButton = 7;
+static_assert(int(ScrollDirection::up) == 0 && int(ScrollDirection::down) == 1 && int(ScrollDirection::left) == 2
+    && int(ScrollDirection::right) == 3);
+
 template <typename T> struct FreeDeleter
 {
     void operator()(T* p) const { std::free(p); }
@@ -95,17 +104,19 @@ xcb_connection_t* qtConnection()
     return x11 ? x11->connection() : nullptr;
 }
 
-/** Selects raw key events on the root for the master keyboards; an empty mask deselects them. */
-bool selectRawKeys(xcb_connection_t* c, xcb_window_t root, bool select)
+/** Selects raw key and button events on the root for the master devices; an empty mask deselects them. */
+bool selectRawInput(xcb_connection_t* c, xcb_window_t root, bool select)
 {
-    // ALL_MASTER gives one event per key (the slaves would report each key a second time), and it leaves alone
-    // the XIAllDevices mask that Qt itself keeps on the root.
+    // ALL_MASTER gives one event per key or button (the slaves would report each a second time), and it leaves
+    // alone the XIAllDevices mask that Qt itself keeps on the root. Raw motion, which carries the scroll valuators of
+    // smooth scrolling, is not wanted: the server turns every scroll increment into a wheel button as well.
+    constexpr std::uint32_t rawInput = XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE
+        | XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_RELEASE;
     struct
     {
         xcb_input_event_mask_t header;
         std::uint32_t mask;
-    } eventMask { { XCB_INPUT_DEVICE_ALL_MASTER, 1 },
-        select ? std::uint32_t(XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE) : 0 };
+    } eventMask { { XCB_INPUT_DEVICE_ALL_MASTER, 1 }, select ? rawInput : 0 };
     const xcb_void_cookie_t cookie = xcb_input_xi_select_events_checked(c, root, 1, &eventMask.header);
     XcbReply<xcb_generic_error_t> error(xcb_request_check(c, cookie));
     return !error;
@@ -204,7 +215,7 @@ bool X11Backend::start()
         return false;
     if (m_x->running)
         return true;
-    if (!selectRawKeys(m_x->c, m_x->root, true))
+    if (!selectRawInput(m_x->c, m_x->root, true))
         return false;
     m_x->running = true;
     m_filter = std::make_unique<EventFilter>(*this);
@@ -221,7 +232,7 @@ void X11Backend::stop()
     m_x->running = false;
     m_filter.reset();
     applyPendingRelease();
-    selectRawKeys(m_x->c, m_x->root, false);
+    selectRawInput(m_x->c, m_x->root, false);
     updateGrabs();
     xcb_flush(m_x->c);
     m_processor.releaseAll();
@@ -277,6 +288,24 @@ void X11Backend::updateGrabs()
     xcb_flush(m_x->c);
 }
 
+void X11Backend::handleRawButton(const void* message)
+{
+    const auto* raw = static_cast<const xcb_input_raw_button_press_event_t*>(message);
+    const bool press = raw->event_type == XCB_INPUT_RAW_BUTTON_PRESS;
+    if (raw->detail >= firstWheelButton && raw->detail <= lastWheelButton) {
+        // One press per notch of a wheel, and per scroll increment of smooth scrolling, which the server sends as
+        // an emulated button (XIPointerEmulated) next to the raw motion that is not read here. Its release adds
+        // nothing.
+        if (press)
+            m_processor.scroll(ScrollDirection(raw->detail - firstWheelButton));
+        return;
+    }
+    if (raw->detail >= buttonCodes.size() || buttonCodes[raw->detail] == 0)
+        return;
+    m_processor.processKey(buttonCodes[raw->detail],
+        press ? KeyEventProcessor::Action::press : KeyEventProcessor::Action::release, raw->deviceid);
+}
+
 void X11Backend::applyPendingRelease()
 {
     m_pendingReleaseTimer.stop();
@@ -298,6 +327,10 @@ bool X11Backend::handleEvent(const void* message)
         const auto* generic = reinterpret_cast<const xcb_ge_generic_event_t*>(event);
         if (generic->extension != m_x->xiOpcode)
             return false;
+        if (generic->event_type == XCB_INPUT_RAW_BUTTON_PRESS || generic->event_type == XCB_INPUT_RAW_BUTTON_RELEASE) {
+            handleRawButton(event);
+            return false;
+        }
         if (generic->event_type != XCB_INPUT_RAW_KEY_PRESS && generic->event_type != XCB_INPUT_RAW_KEY_RELEASE)
             return false;
         // Raw key press and release share one layout. They are never auto-repeated.

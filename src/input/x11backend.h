@@ -9,8 +9,9 @@
 #include <memory>
 
 /**
- * Reads keys from the X server as XInput 2 raw events, which every client may ask for whichever window has the
- * focus. Uses Qt's own connection, so events arrive on the main thread with Qt's; needs the xcb platform plugin.
+ * Reads keys and pointer buttons from the X server as XInput 2 raw events, which every client may ask for whichever
+ * window has the focus. Uses Qt's own connection, so events arrive on the main thread with Qt's; needs the xcb platform
+ * plugin.
  *
  * The swallowed shortcuts are passive key grabs on the root window, so those keys reach Ordalis instead of the
  * focused application.
@@ -47,6 +48,7 @@ private:
     struct Connection;
 
     bool handleEvent(const void* event);
+    void handleRawButton(const void* event);
     void applyPendingRelease();
     void updateGrabs();
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Arbitrary evdev event streams from up to four keyboards, with dropped events, resyncs, unplugging and time passing,
-// fed through the event streams, the key event processor and the key state monitor. After
-// every step the held keys and flags are compared with a plain model of each device; whenever time has settled (a
-// step of 0.05 s or more, past the HyperKey wait) so is everything the monitor shows; at the end nothing may be lit.
+// Arbitrary evdev event streams from up to four keyboards and mice, with dropped events, resyncs, unplugging and time
+// passing, fed through the event streams, the key event processor and the key state monitor. After every step the held
+// keys and flags are compared with a plain model of each device; whenever time has settled (a step of 0.05 s or more,
+// past the HyperKey wait) so is everything the monitor shows; at the end nothing may be lit.
 //
 // Input: one settings byte (bit 0: a HyperKey of Shift, Control and Option; bit 1: shown as Caps Lock), then records
 // of 10 bytes: operation, type (u16), code (u16), value (i32), time step in 10 ms. Operation bits 0-1 pick the
@@ -98,10 +98,13 @@ struct Rig
             held |= device.held;
         KeyCodeSet shown;
         bool capsHeld = false;
+        std::array<bool, 5> buttons {};
         for (int code = 0; code < LinuxKeymap::codeCount; ++code) {
             const LinuxKeymap::Entry& entry = LinuxKeymap::lookup(code);
             if (held[code] && (entry.kind == LinuxKeymap::Kind::ordinary || entry.kind == LinuxKeymap::Kind::media))
                 shown.insert(entry.keyCode);
+            if (held[code] && entry.kind == LinuxKeymap::Kind::pointerButton)
+                buttons[entry.keyCode] = true;
             capsHeld = capsHeld || (held[code] && entry.kind == LinuxKeymap::Kind::capsLock);
         }
         const ModifierFlags flags = expectedFlags();
@@ -121,6 +124,8 @@ struct Rig
         }
         FUZZ_CHECK(monitor.pressedKeys() == shown);
         FUZZ_CHECK(monitor.capsLockHeld() == capsHeld);
+        for (std::size_t button = 0; button < buttons.size(); ++button)
+            FUZZ_CHECK(monitor.isButtonHeld(PointerButton(button)) == buttons[button]);
     }
 
     ModifierFlags expectedFlags() const
@@ -235,6 +240,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     rig.clock.advance(1);
     FUZZ_CHECK(rig.processor.flags() == 0);
     FUZZ_CHECK(rig.monitor.pressedKeys().isEmpty());
+    for (PointerButton button : { PointerButton::left, PointerButton::right, PointerButton::middle, PointerButton::back,
+             PointerButton::forward })
+        FUZZ_CHECK(!rig.monitor.isButtonHeld(button));
     FUZZ_CHECK(!rig.monitor.capsLockOn());
     FUZZ_CHECK(!rig.monitor.capsLockHeld());
     return 0;

@@ -46,6 +46,12 @@ public:
         return codes;
     }
 
+    bool hasWheel() const override
+    {
+        return libevdev_has_event_code(m_evdev, EV_REL, REL_WHEEL)
+            || libevdev_has_event_code(m_evdev, EV_REL, REL_HWHEEL);
+    }
+
     DeviceState state() const override
     {
         DeviceState state;

@@ -49,6 +49,8 @@ public:
 
     int fd() const override { return m_fd; }
     KeyBits keyCodes() const override { return m_codes; }
+    // A stand-in mouse is known by its BTN_LEFT; its wheel events are read all the same.
+    bool hasWheel() const override { return false; }
     DeviceState state() const override { return m_state; }
 
     Next next(input_event& event) override

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# ordalis-keyhelper: reads the keyboards for Ordalis where the display server will not give it keys (Wayland).
+# ordalis-keyhelper: reads the keyboards and pointers for Ordalis where the display server will not give it keys (Wayland).
 # Ordalis starts it through pkexec, so it runs as root: no Qt, only the C++ standard library and libevdev.
 # Included from input/CMakeLists.txt.
 include(GNUInstallDirs)
@@ -12,7 +12,7 @@ set(_ordalis_keyhelper_dir "${CMAKE_CURRENT_LIST_DIR}")
 set(_ordalis_keyhelper_sources
     "${_ordalis_keyhelper_dir}/keyhelper.h" "${_ordalis_keyhelper_dir}/keyhelper.cpp"
     "${_ordalis_keyhelper_dir}/evdevdevice.cpp" "${_ordalis_keyhelper_dir}/main.cpp"
-    "${_ordalis_keyhelper_dir}/../keyhelperprotocol.h")
+    "${_ordalis_keyhelper_dir}/../keyhelperprotocol.h" "${_ordalis_keyhelper_dir}/../wheelsteps.h")
 
 function(ordalis_add_keyhelper name)
     add_executable(${name} ${ARGN})

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "input/keyhelper/keyhelper.h"
 
+#include "input/wheelsteps.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -39,6 +41,21 @@ bool isKeyboard(const KeyBits& keys)
         return true;
     return keys[KEY_VOLUMEUP] || keys[KEY_VOLUMEDOWN] || keys[KEY_MUTE] || keys[KEY_PLAYPAUSE] || keys[KEY_BRIGHTNESSUP]
         || keys[KEY_BRIGHTNESSDOWN];
+}
+
+/** The same test as EvdevEventStream::isPointer: a left button (mice, touchpads) or a wheel. */
+bool isPointer(const Device& device)
+{
+    return device.keyCodes()[BTN_LEFT] || device.hasWheel();
+}
+
+/**
+ * Whether a key code is passed on. Touchpads and tablets report fingers and pens as keys (BTN_TOUCH, BTN_TOOL_*):
+ * those say where the user's hands are, not what is pressed, and are kept back.
+ */
+bool isForwarded(unsigned int code)
+{
+    return code < KeyHelperProtocol::keyCodeCount && (code < BTN_DIGI || code > BTN_TOOL_QUADTAP);
 }
 
 bool isEventNode(const char* name)
@@ -97,6 +114,7 @@ struct OpenDevice
     std::string name;
     std::uint16_t id;
     std::unique_ptr<Device> device;
+    WheelSteps wheel;
     bool capsLockLed = false;
     bool unfinished = false; // stopped at maxEventsPerWake with events left
 };
@@ -204,9 +222,9 @@ private:
 #else
         std::unique_ptr<Device> device = openEvdevDevice(fd);
 #endif
-        if (!device || !isKeyboard(device->keyCodes()))
+        if (!device || (!isKeyboard(device->keyCodes()) && !isPointer(*device)))
             return;
-        m_devices.push_back({ name, freeId(), std::move(device) });
+        m_devices.push_back({ name, freeId(), std::move(device), {} });
         sendState(m_devices.back());
     }
 
@@ -236,7 +254,7 @@ private:
         const DeviceState state = d.device->state();
         m_out.add(Kind::stateBegin, d.id);
         for (unsigned int code = 0; code < state.keysDown.size(); ++code) {
-            if (state.keysDown[code])
+            if (state.keysDown[code] && isForwarded(code))
                 m_out.add(Kind::stateKey, d.id, code);
         }
         m_out.add(Kind::stateEnd, d.id, 0, state.capsLockLed);
@@ -251,15 +269,19 @@ private:
             input_event event {};
             switch (d.device->next(event)) {
             case Device::Next::event:
-                if (event.type == EV_KEY && event.code < KeyHelperProtocol::keyCodeCount && event.value >= 0
-                    && event.value <= 2) {
+                if (event.type == EV_KEY && isForwarded(event.code) && event.value >= 0 && event.value <= 2) {
                     m_out.add(Kind::key, d.id, event.code, event.value);
+                } else if (event.type == EV_REL || event.type == EV_SYN) {
+                    d.wheel.process(event, [this, &d](WheelSteps::Direction direction) {
+                        m_out.add(Kind::scroll, d.id, unsigned(direction));
+                    });
                 } else if (event.type == EV_LED && event.code == LED_CAPSL && (event.value != 0) != d.capsLockLed) {
                     d.capsLockLed = !d.capsLockLed;
                     m_out.add(Kind::capsLockLed, d.id, 0, d.capsLockLed);
                 }
                 break;
             case Device::Next::resynced:
+                d.wheel.reset();
                 sendState(d);
                 break;
             case Device::Next::empty:

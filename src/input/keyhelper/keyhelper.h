@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-// ordalis-keyhelper: reads the keyboards in a device directory and writes what they do to standard output as
-// KeyHelperProtocol records. C++ standard library, libevdev and Linux headers only: it runs as root.
+// ordalis-keyhelper: reads the keyboards and pointers in a device directory and writes what they do to standard
+// output as KeyHelperProtocol records. C++ standard library, libevdev and Linux headers only: it runs as root.
 
 #include "input/keyhelperprotocol.h"
 
@@ -42,6 +42,8 @@ public:
     virtual int fd() const = 0;
     /** The EV_KEY codes the device can send. */
     virtual KeyBits keyCodes() const = 0;
+    /** Whether the device has a scroll wheel (REL_WHEEL or REL_HWHEEL). */
+    virtual bool hasWheel() const = 0;
     virtual DeviceState state() const = 0;
     virtual Next next(input_event& event) = 0;
 };
@@ -54,7 +56,7 @@ std::unique_ptr<Device> openEvdevDevice(int fd);
 std::unique_ptr<Device> openFakeDevice(int fd);
 #endif
 
-/** Reads the keyboards in `directory` until standard input ends. Returns the exit status. */
+/** Reads the keyboards and pointers in `directory` until standard input ends. Returns the exit status. */
 int run(const char* directory);
 
 } // namespace KeyHelper
