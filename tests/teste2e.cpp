@@ -388,6 +388,7 @@ private slots:
     void pausedKeysAreNotDrawn();
     void typingSession();
     void labelsFollowTheLayout();
+    void trackpadShowsClicksAndScrolls();
     void followsTheScreens();
     void waylandSessionReadsTheDevices();
 
@@ -946,6 +947,54 @@ void TestE2e::typingSession()
     QVERIFY(m_ordalis->waitForFinished(deadline));
     QCOMPARE(m_ordalis->exitCode(), 0);
     QTRY_VERIFY_WITH_TIMEOUT(trayIcon() == 0, deadline);
+}
+
+void TestE2e::trackpadShowsClicksAndScrolls()
+{
+    REQUIRE_X11();
+    setSetting(SettingKeys::keyboardVisible(), true);
+    setSetting(SettingKeys::showTrackpad(), true);
+    // A slow fade, so that a pulse is still lit when the screen is read.
+    setSetting(SettingKeys::glowDecay(), 2.0);
+    STEP(startOrdalis());
+    xcb_window_t window = 0;
+    QTRY_VERIFY_WITH_TIMEOUT((window = panel()) != 0, deadline);
+    QTRY_COMPARE_WITH_TIMEOUT(keySource(), u"x11"_s, deadline);
+    QVERIFY(movePointer(QPoint(640, 2)));
+    const QRect rect = geometry(window);
+
+    // Where the panel draws the trackpad's parts, laid out as it lays them out.
+    SettingsStore settings(m_home->settingsPath());
+    ManualClock clock;
+    KeyboardScene scene(settings, clock, nullptr);
+    scene.setSize(QSizeF(rect.size()));
+    const QRectF pad = scene.trackpadRect();
+    QVERIFY(!pad.isEmpty());
+    // A fifth of the way across a part: clear of the arrow a pulse carries in its middle.
+    const auto at = [&](TrackpadView::Part part) {
+        const QRectF area = TrackpadView::partRect(pad, part, scene.unitSize());
+        return rect.topLeft() + QPointF(area.left() + area.width() / 5, area.center().y()).toPoint();
+    };
+    const QColor lit = scene.scaledStyle().keyPressedBackground.toQColor();
+    const auto grab = [&] {
+        return QGuiApplication::primaryScreen()
+            ->grabWindow(0, rect.x() + int(pad.x()), rect.y() + int(pad.y()), int(pad.width()), int(pad.height()))
+            .toImage();
+    };
+    QTest::qWait(500);
+    const QImage rest = grab();
+
+    // Control held with the right button down, a wheel notch up and a left click: each shows.
+    QVERIFY(xdotool({ u"keydown"_s, u"Control_L"_s, u"mousedown"_s, u"3"_s, u"click"_s, u"4"_s, u"click"_s, u"1"_s }));
+    QVERIFY(waitForColour(at(TrackpadView::Part::right), lit));
+    QVERIFY(waitForColour(at(TrackpadView::Part::scrollUp), lit));
+    grab().save(m_home->path(u"output/trackpad-held.png"_s));
+    QVERIFY(grab() != rest);
+    QVERIFY(xdotool({ u"mouseup"_s, u"3"_s, u"keyup"_s, u"Control_L"_s }));
+
+    // Everything let go and every pulse faded: the trackpad is as it was.
+    QTRY_COMPARE_WITH_TIMEOUT(grab(), rest, deadline);
+    STEP(stopOrdalis());
 }
 
 void TestE2e::labelsFollowTheLayout()

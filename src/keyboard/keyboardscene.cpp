@@ -123,6 +123,19 @@ KeyboardScene::KeyboardScene(SettingsStore& settings, Clock& clock, KeyboardMoni
         for (KeyCode code : allLayoutKeyCodes())
             d->animator.setState(code, monitor->pressedKeys().contains(code));
         connect(monitor, &KeyboardMonitor::keyChanged, this, &KeyboardScene::keyChanged);
+        connect(monitor, &KeyboardMonitor::buttonChanged, this, [this](PointerButton button, bool down) {
+            static constexpr TrackpadView::Part parts[] = { TrackpadView::Part::left, TrackpadView::Part::right,
+                TrackpadView::Part::middle, TrackpadView::Part::back, TrackpadView::Part::forward };
+            if (std::size_t(button) < std::size(parts))
+                setTrackpadPart(parts[std::size_t(button)], down);
+        });
+        connect(monitor, &KeyboardMonitor::scrolled, this, [this](ScrollDirection direction) {
+            static constexpr TrackpadView::Part parts[] = { TrackpadView::Part::scrollUp,
+                TrackpadView::Part::scrollDown, TrackpadView::Part::scrollLeft, TrackpadView::Part::scrollRight };
+            // Without the trackpad a notch costs nothing: no animation, no frame.
+            if (d->trackpad && std::size_t(direction) < std::size(parts))
+                pulseTrackpad(parts[std::size_t(direction)]);
+        });
         connect(monitor, &KeyboardMonitor::capsLockOnChanged, this, [this] {
             const auto it = d->index.constFind(d->capsLockCode);
             if (it != d->index.cend())
@@ -194,6 +207,11 @@ void KeyboardScene::setTrackpadPart(TrackpadView::Part part, bool down)
     }
     if (d->animator.isPressed(code) == down)
         return;
+    if (!d->trackpad) {
+        // Nothing drawn, nothing animated: only the state is kept for when the trackpad is shown.
+        d->animator.setState(code, down);
+        return;
+    }
     d->animator.setPressed(code, down, down ? 0.0 : d->settings.value(SettingKeys::glowDecay()));
     d->requestedStep.insert(code, KeyCapView::pressStep(d->animator.progress(code)));
     if (d->trackpad)
