@@ -15,6 +15,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cmath>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -23,7 +25,8 @@ struct Scene
 {
     explicit Scene(qreal dpr)
     {
-        scene.setSize(QSizeF(900, 900 / KeyboardScene::aspectRatio(scene.themeConfig())));
+        // Whole pixels, as the panel's window has them.
+        scene.setSize(QSizeF(900, std::round(900 / KeyboardScene::aspectRatio(scene.themeConfig()))));
         image = QImage((scene.size() * dpr).toSize(), QImage::Format_ARGB32_Premultiplied);
         image.setDevicePixelRatio(dpr);
         image.fill(Qt::transparent);
@@ -66,9 +69,11 @@ void keyPressRepaint(benchmark::State& state)
         s.monitor.handleKeyDown(code);
         s.clock.advance(0.03);
         state.ResumeTiming();
+        // The widget repaints whole pixels: the rectangle asked for, rounded outwards.
+        const QRectF pixels(dirty.toAlignedRect());
         QPainter painter(&s.image);
-        painter.setClipRect(dirty);
-        s.scene.paint(painter, dirty);
+        painter.setClipRect(pixels);
+        s.scene.paint(painter, pixels);
     }
 }
 BENCHMARK(keyPressRepaint)->Arg(1)->Arg(2)->Unit(benchmark::kMicrosecond);

@@ -8,6 +8,7 @@
 #include "panel/keyboardcontentview.h"
 #include "panel/keyboardpanel.h"
 #include "panel/panelactions.h"
+#include "panel/pointermotion.h"
 #include "panel/resizehandle.h"
 #include "panel/screenplacement.h"
 #include "testsupport.h"
@@ -17,13 +18,16 @@
 #include <QEnterEvent>
 #include <QMenu>
 #include <QMouseEvent>
+#include <QRegion>
 #include <QScopeGuard>
 #include <QScreen>
 #include <QTemporaryFile>
 #include <QTest>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -59,6 +63,17 @@ QPointF screenCentre()
     return QRectF(QGuiApplication::primaryScreen()->availableGeometry()).center();
 }
 
+/** Reports motion when told to. */
+struct FakeMotion final : PointerMotion
+{
+    bool setWatching(bool on) override
+    {
+        watching = on;
+        return true;
+    }
+    bool watching = false;
+};
+
 // Members in the order they depend on each other, so they are torn down in the right order.
 struct Fixture
 {
@@ -66,14 +81,19 @@ struct Fixture
     ManualClock clock { 100.0 };
     RecordingActions actions;
     std::unique_ptr<KeyboardPanel> panel;
-    /** The pointer's global position as the hover probe sees it. */
+    /** The pointer's global position as the hover probe sees it, and how often it was looked at. */
     QPoint pointer { -1000, -1000 };
+    int looks = 0;
 
     KeyboardPanel& makePanel(bool shown = false)
     {
         panel.reset();
         panel = std::make_unique<KeyboardPanel>(*store, clock, nullptr, &actions);
-        panel->findChild<HoverTrackingView*>()->setPointerReader([this] { return pointer; });
+        panel->findChild<HoverTrackingView*>()->setPointerReader([this] {
+            ++looks;
+            return pointer;
+        });
+        panel->findChild<HoverTrackingView*>()->setPointerMotion(nullptr);
         if (shown) {
             panel->show();
             if (!QTest::qWaitForWindowExposed(panel.get()))
@@ -184,7 +204,9 @@ private slots:
         // Steps separated by ';', times in seconds from the start; auto-hide fades to 0.1. "auto 0|1": the setting.
         // "in", "out": where the probe finds the pointer. "enter", "leave": the window system's events. "toggle",
         // "hide": the panel's. "at T": the clock moves on to T.
-        // Checks: "hovering 0|1", "through 0|1" (the panel and its window's flag), "alpha A".
+        // "motion": pointer motion is reported from now on; "move": it reports motion.
+        // Checks: "hovering 0|1", "through 0|1" (the panel and its window's flag), "alpha A", "looks N" (at the
+        // pointer since the last check), "watching 0|1" (motion is listened to).
         QTest::addColumn<QString>("script");
 
         QTest::newRow("fades, then lets clicks through until the pointer is seen to leave")
@@ -199,6 +221,16 @@ private slots:
         QTest::newRow("switched off elsewhere while faded: back on leaving")
             << u"auto 1; in; enter; at .3; through 1; auto 0; out; leave;"
                " at .6; hovering 0; through 0; at 1; alpha 1"_s;
+        QTest::newRow("without motion reports the pointer is looked at 20 times a second")
+            << u"auto 1; in; enter; at .15; looks 0; at .52; looks 7; out; at .58; looks 1; hovering 0; at 1; looks 0"_s;
+        QTest::newRow("with motion reports it is looked at only after moving")
+            << u"motion; auto 1; in; enter; watching 0; at .15; watching 1; at 2; looks 0; move; move; at 2.01;"
+               " looks 0; at 2.02; looks 1; hovering 1; at 4; looks 0; at 4.03; looks 1; out; move; at 4.04; looks 0;"
+               " at 4.05; looks 1; hovering 0; through 0; watching 0; at 9; looks 0"_s;
+        QTest::newRow("with motion reports a warp is found within two seconds")
+            << u"motion; auto 1; in; enter; at 2; looks 0; out; at 2.14; hovering 1; at 2.16; hovering 0; through 0"_s;
+        QTest::newRow("hiding stops listening to motion")
+            << u"motion; auto 1; in; enter; at .3; watching 1; hide; watching 0; hovering 0"_s;
     }
 
     void hover()
@@ -207,6 +239,7 @@ private slots:
         m_f->store->setValue(SettingKeys::autoHideOpacity(), 0.1);
         KeyboardPanel& panel = m_f->makePanel(true);
         HoverTrackingView* tracking = panel.findChild<HoverTrackingView*>();
+        FakeMotion* motion = nullptr;
         const double start = m_f->clock.now();
         for (const QString& step : script.split(u';')) {
             const QStringList words = step.split(u' ', Qt::SkipEmptyParts);
@@ -224,6 +257,16 @@ private slots:
             } else if (what == u"leave") {
                 QEvent leave(QEvent::Leave);
                 QCoreApplication::sendEvent(tracking, &leave);
+            } else if (what == u"motion") {
+                auto fake = std::make_unique<FakeMotion>();
+                motion = fake.get();
+                tracking->setPointerMotion(std::move(fake));
+            } else if (what == u"move") {
+                emit motion->moved();
+            } else if (what == u"watching") {
+                QCOMPARE(motion->watching, a != 0);
+            } else if (what == u"looks") {
+                QCOMPARE(std::exchange(m_f->looks, 0), int(a));
             } else if (what == u"toggle") {
                 panel.toggleAutoHide();
             } else if (what == u"hide") {
@@ -283,6 +326,37 @@ private slots:
         QCOMPARE(m_f->storedFrame(), before); // stored once, when the drag ends
         send(widget, QEvent::MouseButtonRelease, start + travel.constLast(), Qt::LeftButton, Qt::NoButton);
         QCOMPARE(m_f->storedFrame(), frame);
+    }
+
+    void paintAreas_data()
+    {
+        QTest::addColumn<QList<QRect>>("rects"); // united into one region
+        QTest::addColumn<QList<QRect>>("areas"); // in any order
+
+        QTest::newRow("two keys apart stay apart") << QList<QRect> { { 0, 0, 50, 50 }, { 300, 100, 50, 50 } }
+                                                   << QList<QRect> { { 0, 0, 50, 50 }, { 300, 100, 50, 50 } };
+        QTest::newRow("overlapping keys in the region's bands come back as one")
+            << QList<QRect> { { 0, 0, 50, 50 }, { 30, 20, 50, 50 } } << QList<QRect> { { 0, 0, 80, 70 } };
+        QTest::newRow("touching edges join")
+            << QList<QRect> { { 0, 0, 50, 50 }, { 50, 10, 20, 20 } } << QList<QRect> { { 0, 0, 70, 50 } };
+        QTest::newRow("a join that reaches a third key takes it in")
+            << QList<QRect> { { 0, 0, 40, 40 }, { 30, 30, 40, 40 }, { 70, 0, 20, 20 }, { 200, 200, 5, 5 } }
+            << QList<QRect> { { 0, 0, 90, 70 }, { 200, 200, 5, 5 } };
+    }
+
+    void paintAreas()
+    {
+        QFETCH(QList<QRect>, rects);
+        QFETCH(QList<QRect>, areas);
+        QRegion region;
+        for (const QRect& rect : std::as_const(rects))
+            region |= rect;
+        QList<QRect> got = KeyboardContentView::paintAreas(region);
+        const auto order
+            = [](const QRect& a, const QRect& b) { return std::pair(a.x(), a.y()) < std::pair(b.x(), b.y()); };
+        std::ranges::sort(got, order);
+        std::ranges::sort(areas, order);
+        QCOMPARE(got, areas);
     }
 
     void contextMenu()

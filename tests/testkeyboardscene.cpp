@@ -122,6 +122,111 @@ private slots:
         QVERIFY2(updates.count() <= KeyCapView::pressSteps + 1, qPrintable(QString::number(updates.count())));
     }
 
+    void framesAskOnlyForStepsThatChange()
+    {
+        Fixture f;
+        QList<bool> inFrame; // per updateRequested(): whether it belongs to an animation frame
+        int frames = 0;
+        bool animatingAtLastFrame = true;
+        QObject::connect(
+            &f.scene, &KeyboardScene::updateRequested, &f.scene, [&] { inFrame.append(f.scene.isAnimationFrame()); });
+        QObject::connect(&f.scene, &KeyboardScene::animationFrameRequested, &f.scene, [&] {
+            ++frames;
+            animatingAtLastFrame = f.scene.isAnimating();
+        });
+        f.monitor.handleKeyDown(keyA);
+        QCOMPARE(inFrame, QList<bool> { false }); // the press shows at once, outside the frames
+        f.clock.advance(0.2);
+        QVERIFY(frames >= 4 && !animatingAtLastFrame);
+        QVERIFY(inFrame.size() > 1 && !inFrame.mid(1).contains(false));
+
+        // Fully lit, the release starts at the step on the screen: the frames that follow are the first to ask.
+        inFrame.clear();
+        f.monitor.handleKeyUp(keyA);
+        QCOMPARE(inFrame.size(), 0);
+        f.clock.advance(0.5);
+        QVERIFY(!inFrame.isEmpty() && !inFrame.contains(false));
+        QVERIFY(!f.scene.isAnimating());
+
+        // Hidden, keys are followed without frames; shown again, the whole scene is repainted and frames go on.
+        f.scene.setShown(false);
+        inFrame.clear();
+        f.monitor.handleKeyDown(keyA);
+        QCOMPARE(f.clock.pendingJobCount(), 0);
+        QCOMPARE(inFrame.size(), 0);
+        f.scene.setShown(true);
+        QCOMPARE(inFrame, QList<bool> { false });
+        QCOMPARE(f.clock.pendingJobCount(), 1);
+        f.clock.advance(0.2);
+        QVERIFY(near(f.faceColour(keyA), f.pressed()));
+    }
+
+    void piecesPaintAsTheWhole_data()
+    {
+        // A rectangle repainted over an older picture, straight or through a painter moved by whole pixels (as the
+        // panel draws animation frames), comes out as the same rectangle of a full paint.
+        QTest::addColumn<QRect>("rect");
+        QTest::addColumn<bool>("moved");
+        QTest::addColumn<bool>("pressed"); // keys A, the right arrow and Escape held
+
+        QTest::newRow("a key in the middle") << QRect(40, 150, 90, 90) << false << true;
+        QTest::newRow("a rounded corner") << QRect(0, 0, 120, 80) << false << false;
+        QTest::newRow("the bottom-right corner, pressed") << QRect(780, 280, 120, 70) << false << true;
+        QTest::newRow("along the bottom edge") << QRect(300, 290, 200, 60) << false << false;
+        QTest::newRow("along the left edge, moved") << QRect(0, 120, 60, 120) << true << true;
+        QTest::newRow("the corner, moved") << QRect(830, 0, 70, 70) << true << true;
+        QTest::newRow("across rows, moved") << QRect(20, 100, 400, 180) << true << true;
+    }
+
+    void piecesPaintAsTheWhole()
+    {
+        QFETCH(QRect, rect);
+        QFETCH(bool, moved);
+        QFETCH(bool, pressed);
+        Fixture f;
+        if (pressed) {
+            for (const KeyCode code : { keyA, KeyCode(124), KeyCode(53) })
+                f.monitor.handleKeyDown(code);
+            f.clock.advance(0.03); // some of the way
+        }
+        const QImage whole = f.render();
+
+        QImage piece;
+        if (moved) {
+            piece = QImage(rect.size(), QImage::Format_ARGB32_Premultiplied);
+            piece.fill(Qt::black);
+            QPainter painter(&piece);
+            painter.translate(-QPointF(rect.topLeft()));
+            f.scene.paint(painter, QRectF(rect));
+        } else {
+            // An older picture: the scene at rest, then the rectangle painted over it.
+            QImage older(whole.size(), QImage::Format_ARGB32_Premultiplied);
+            older.fill(Qt::black);
+            {
+                KeyboardScene rest(*f.store, f.clock, nullptr);
+                rest.setSize(f.scene.size());
+                QPainter painter(&older);
+                rest.paint(painter);
+            }
+            // Cleared first, as the window's backing store clears what it repaints.
+            QPainter painter(&older);
+            painter.setClipRect(rect);
+            painter.setCompositionMode(QPainter::CompositionMode_Source);
+            painter.fillRect(rect, Qt::black);
+            painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+            f.scene.paint(painter, QRectF(rect));
+            painter.end();
+            piece = older.copy(rect);
+        }
+        const QImage expected = whole.copy(rect);
+        for (int y = 0; y < piece.height(); ++y) {
+            for (int x = 0; x < piece.width(); ++x) {
+                if (piece.pixel(x, y) != expected.pixel(x, y))
+                    QFAIL(qPrintable(u"differs at %1,%2"_s.arg(rect.x() + x).arg(rect.y() + y)));
+            }
+        }
+    }
+
     void trackpadPulsesAndButtons_data()
     {
         // Steps: "pulse P" (P: up, down, left, right), "down P" / "up P" (P: left, right, middle, back, forward),

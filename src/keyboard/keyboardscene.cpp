@@ -17,6 +17,7 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -45,11 +46,18 @@ QColor over(const QColor& top, const QColor& bottom)
         channel(top.blueF(), bottom.blueF()), a);
 }
 
+/** What a key's cap must be clipped to, so that nothing of it lies outside the chassis. */
+enum class Clip {
+    none, ///< it lies within the chassis
+    area, ///< it pokes out of a straight edge only: the scene's rectangle will do
+    chassis, ///< it reaches into a rounded corner
+};
+
 struct Key
 {
     KeyPlacement placement;
     QRectF bounds;
-    bool needsClip = false;
+    Clip clip = Clip::none;
 };
 
 } // namespace
@@ -72,6 +80,8 @@ struct KeyboardScene::Private
     KeyCapView caps;
     KeyPressAnimator animator;
     Clock::JobHandle frameJob = 0;
+    // Set while a frame of the running animations asks for its repaints.
+    bool inFrame = false;
     // The press step each animating key was last repainted for; a frame that would draw the same step is skipped.
     QHash<KeyCode, int> requestedStep;
 
@@ -87,12 +97,15 @@ struct KeyboardScene::Private
     QRectF trackpadBounds;
     QSizeF size;
     bool translucent = true;
+    bool shown = true;
     double unitSize = 0;
     ThemeStyle style;
     QColor chassisColour;
     QPainterPath chassis;
     // Inside this rectangle the chassis is a plain fill and needs no clipping.
     QRectF chassisInner;
+    // Where the chassis is a plain fill: a dirty rectangle within one of these needs no path.
+    std::array<QRectF, 2> chassisPlain;
     QList<Key> keys;
     QHash<KeyCode, qsizetype> index;
     KeyCode capsLockCode = KeyboardMonitor::capsLockKeyCode;
@@ -304,6 +317,21 @@ void KeyboardScene::setTranslucent(bool translucent)
     relayout();
 }
 
+void KeyboardScene::setShown(bool shown)
+{
+    if (shown == d->shown)
+        return;
+    d->shown = shown;
+    if (!shown) {
+        d->clock.cancel(d->frameJob);
+        d->frameJob = 0;
+        return;
+    }
+    d->requestedStep.clear();
+    emit updateRequested(QRectF(QPointF(0, 0), d->size));
+    scheduleFrame();
+}
+
 void KeyboardScene::setSize(const QSizeF& size)
 {
     if (size == d->size)
@@ -363,6 +391,14 @@ void KeyboardScene::relayout()
     d->chassisInner = area.adjusted(r, r, -r, -r);
     if (d->chassisInner.isEmpty())
         d->chassisInner = QRectF();
+    // The chassis is a plain rectangle but for its four rounded corners: a rectangle that stays clear of the
+    // corners' squares lies in its middle band across or in its middle band down.
+    d->chassisPlain = {};
+    if (!d->chassisInner.isNull()) {
+        const QRectF& inner = d->chassisInner;
+        d->chassisPlain = { QRectF(inner.left(), area.top(), inner.width(), area.height()),
+            QRectF(area.left(), inner.top(), area.width(), inner.height()) };
+    }
 
     d->keys.clear();
     d->index.clear();
@@ -373,10 +409,17 @@ void KeyboardScene::relayout()
         d->keys.reserve(view.keys().size());
         for (const KeyPlacement& placement : view.keys()) {
             const QRectF bounds = KeyCapView::paintedBounds(placement.rect, style);
-            // Keys near the rounded corners may poke out of the chassis; only those are clipped.
-            const bool inside = d->chassisInner.contains(bounds) || d->chassis.contains(bounds);
+            // Keys at the edges may poke out of the chassis; only those are clipped, and to the chassis's outline
+            // only where they reach into a rounded corner.
+            Clip clip = Clip::none;
+            if (!d->chassisInner.contains(bounds) && !d->chassis.contains(bounds)) {
+                const QRectF within = bounds.intersected(area);
+                const bool straight = std::ranges::any_of(
+                    d->chassisPlain, [&within](const QRectF& plain) { return plain.contains(within); });
+                clip = straight ? Clip::area : Clip::chassis;
+            }
             d->index.insert(placement.key->keycode, d->keys.size());
-            d->keys.append({ placement, bounds, !inside });
+            d->keys.append({ placement, bounds, clip });
         }
     }
     d->trackpadRect = QRectF();
@@ -413,45 +456,76 @@ void KeyboardScene::keyChanged(KeyCode code, bool down)
         return;
     const double decay = down ? 0.0 : d->settings.value(SettingKeys::glowDecay());
     d->animator.setPressed(code, down, decay);
-    // Drawn at once: by the time it is painted, a press has begun to show.
-    d->requestedStep.insert(code, KeyCapView::pressStep(d->animator.progress(code)));
-    emit updateRequested(d->keys[d->index.value(code)].bounds);
+    if (!d->shown)
+        return;
+    const int step = KeyCapView::pressStep(d->animator.progress(code));
+    if (down) {
+        // Drawn at once: by the time it is painted, a press has begun to show. Every other cap that has reached a
+        // new step comes along in the same repaint, and the next frame is a whole frame from now.
+        d->clock.cancel(d->frameJob);
+        d->frameJob = 0;
+        d->requestedStep.insert(code, step);
+        emit updateRequested(d->keys[d->index.value(code)].bounds);
+        requestChangedSteps();
+    } else if (step == 0) {
+        // Without a glow decay the key is at rest at once. Otherwise the release starts from where the key is and
+        // fades slowly at first: the next frame is the first to show it.
+        const auto last = d->requestedStep.constFind(code);
+        if (last == d->requestedStep.cend() || *last != step) {
+            d->requestedStep.insert(code, step);
+            emit updateRequested(d->keys[d->index.value(code)].bounds);
+        }
+    }
     scheduleFrame();
+}
+
+bool KeyboardScene::isAnimationFrame() const
+{
+    return d->inFrame;
+}
+
+bool KeyboardScene::isAnimating() const
+{
+    return d->animator.isAnimating();
 }
 
 void KeyboardScene::scheduleFrame()
 {
-    if (d->frameJob != 0 || !d->animator.isAnimating())
+    if (d->frameJob != 0 || !d->shown || !d->animator.isAnimating())
         return;
     d->frameJob = d->clock.schedule(frameInterval, this, [this] {
         d->frameJob = 0;
-        const QList<KeyCode> animating = d->animator.takeAnimatingKeys();
-        for (KeyCode code : animating) {
-            if (TrackpadView::isPart(code)) {
-                const int step = KeyCapView::pressStep(d->animator.progress(code));
-                const auto last = d->requestedStep.constFind(code);
-                if (last != d->requestedStep.cend() && *last == step)
-                    continue;
-                d->requestedStep.insert(code, step);
-                if (d->trackpad)
-                    emit updateRequested(d->trackpadBounds);
-                continue;
-            }
-            const auto it = d->index.constFind(code);
-            if (it == d->index.cend())
-                continue;
-            const int step = KeyCapView::pressStep(d->animator.progress(code));
-            const auto last = d->requestedStep.constFind(code);
-            if (last != d->requestedStep.cend() && *last == step)
-                continue;
-            d->requestedStep.insert(code, step);
-            emit updateRequested(d->keys[*it].bounds);
-        }
-        // Keys that came to rest or to full light need no record.
-        if (!d->animator.isAnimating())
-            d->requestedStep.clear();
+        d->inFrame = true;
+        requestChangedSteps();
+        d->inFrame = false;
+        emit animationFrameRequested();
         scheduleFrame();
     });
+}
+
+void KeyboardScene::requestChangedSteps()
+{
+    const QList<KeyCode> animating = d->animator.takeAnimatingKeys();
+    for (KeyCode code : animating) {
+        const int step = KeyCapView::pressStep(d->animator.progress(code));
+        const auto last = d->requestedStep.constFind(code);
+        if (last != d->requestedStep.cend() && *last == step)
+            continue;
+        if (TrackpadView::isPart(code)) {
+            d->requestedStep.insert(code, step);
+            if (d->trackpad)
+                emit updateRequested(d->trackpadBounds);
+            continue;
+        }
+        const auto it = d->index.constFind(code);
+        if (it == d->index.cend())
+            continue;
+        d->requestedStep.insert(code, step);
+        emit updateRequested(d->keys[*it].bounds);
+    }
+    // Keys that came to rest or to full light need no record.
+    if (!d->animator.isAnimating())
+        d->requestedStep.clear();
 }
 
 void KeyboardScene::paint(QPainter& painter, const QRectF& exposed) const
@@ -465,7 +539,19 @@ void KeyboardScene::paint(QPainter& painter, const QRectF& exposed) const
 
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
-    if (!d->chassisInner.isNull() && d->chassisInner.contains(dirty))
+    // Within a plain stretch of the chassis, its outline is no more than the dirty rectangle.
+    // A rectangle fills and clips whole pixels, so it stands in for the chassis's straight edges only where they
+    // lie between pixels; elsewhere the outline's partly covered pixels need the path.
+    const QRectF deviceArea = painter.transform().mapRect(area);
+    const qreal dpr = painter.device() ? painter.device()->devicePixelRatioF() : 1.0;
+    const auto whole = [dpr](qreal v) { return std::abs(v * dpr - std::round(v * dpr)) < 1e-6; };
+    const bool areaOnGrid = painter.transform().type() <= QTransform::TxTranslate && whole(deviceArea.left())
+        && whole(deviceArea.top()) && whole(deviceArea.right()) && whole(deviceArea.bottom());
+    const bool awayFromEdges = dirty.left() > area.left() && dirty.top() > area.top() && dirty.right() < area.right()
+        && dirty.bottom() < area.bottom();
+    const bool plain = (areaOnGrid || awayFromEdges)
+        && std::ranges::any_of(d->chassisPlain, [&dirty](const QRectF& band) { return band.contains(dirty); });
+    if (plain)
         painter.fillRect(dirty, d->chassisColour);
     else
         painter.fillPath(d->chassis, d->chassisColour);
@@ -476,9 +562,14 @@ void KeyboardScene::paint(QPainter& painter, const QRectF& exposed) const
             continue;
         const KeyCode code = key.placement.key->keycode;
         const double progress = code == touchIDKeyCode ? 0.0 : d->animator.progress(code);
-        if (key.needsClip) {
+        if (key.clip != Clip::none) {
             painter.save();
-            painter.setClipPath(d->chassis, Qt::IntersectClip);
+            if (plain)
+                painter.setClipRect(dirty, Qt::IntersectClip);
+            else if (key.clip == Clip::area && areaOnGrid)
+                painter.setClipRect(area, Qt::IntersectClip);
+            else
+                painter.setClipPath(d->chassis, Qt::IntersectClip);
             d->caps.paint(painter, key.placement, d->style, d->unitSize, progress, capsLockOn);
             painter.restore();
         } else {

@@ -82,6 +82,12 @@ public:
      */
     void setTranslucent(bool translucent);
 
+    /**
+     * Whether anything shows the scene. While nothing does, keys are followed but no animation frame runs; shown
+     * again, the whole scene asks to be repainted. On by default.
+     */
+    void setShown(bool shown);
+
     /** The content area in logical pixels (points); the keyboard is laid out again for it. */
     void setSize(const QSizeF& size);
     QSizeF size() const;
@@ -97,9 +103,22 @@ public:
     /** Paints the parts of the scene that intersect `exposed` (the whole scene for a null rectangle). */
     void paint(QPainter& painter, const QRectF& exposed = {}) const;
 
+    /**
+     * Whether the updateRequested() being emitted is a step of a running animation (rather than a change of state),
+     * which may be drawn the moment animationFrameRequested() follows.
+     */
+    bool isAnimationFrame() const;
+    /** Whether some key (or trackpad button) is still on its way to rest or to full light. */
+    bool isAnimating() const;
+
 signals:
     /** `rect` (in scene coordinates) shows something new and must be repainted. */
     void updateRequested(const QRectF& rect);
+    /**
+     * A frame of the running animations has passed every rectangle it changed through updateRequested() (maybe
+     * none); isAnimating() tells whether more frames follow.
+     */
+    void animationFrameRequested();
     /** The theme or the size changed: the whole scene is laid out again and must be repainted. */
     void layoutChanged();
 
@@ -107,6 +126,8 @@ private:
     void relayout();
     void keyChanged(KeyCode code, bool down);
     void scheduleFrame();
+    /** Asks for the repaint of every animating cap whose drawn step is not the one last asked for. */
+    void requestChangedSteps();
 
     struct Private;
     std::unique_ptr<Private> d;

@@ -17,7 +17,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 labelCacheBytes = 8 * 1024 * 1024;
+// The label opacities of every key at one size: about 0.3 MB at the default size.
+constexpr qint64 labelCacheBytes = 2 * 1024 * 1024;
 constexpr qint64 restCapCacheBytes = 24 * 1024 * 1024;
 // Every step of about fifty keys at the default size: more than ordinary typing presses.
 constexpr qint64 pressedCapCacheBytes = 10 * 1024 * 1024;
@@ -87,8 +88,7 @@ size_t qHash(const KeyCapView::RestKey& key, size_t seed) noexcept
 
 size_t qHash(const KeyCapView::LabelKey& key, size_t seed) noexcept
 {
-    return qHashMulti(seed, quintptr(key.key), key.widthPx, key.heightPx, key.unitMilli, key.dprMilli,
-        key.functionRow, key.colour);
+    return qHashMulti(seed, quintptr(key.key), key.widthPx, key.heightPx, key.unitMilli, key.dprMilli, key.functionRow);
 }
 
 LabelRule KeyCapView::labelRule(const KeyDef& key, bool isFunctionRow)
@@ -209,7 +209,11 @@ void KeyCapView::paint(QPainter& painter, const KeyPlacement& placement, const T
         return;
     const double p = std::clamp(std::isfinite(progress) ? progress : 0.0, 0.0, 1.0);
     const qreal dpr = painter.device()->devicePixelRatioF();
-    if (!painter.transform().isIdentity() || !(dpr > 0)) {
+    // A move by whole device pixels keeps the cached caps on the pixel grid; any other transformation draws live.
+    const QTransform& transform = painter.transform();
+    const auto whole = [dpr](qreal v) { return std::abs(v * dpr - std::round(v * dpr)) < 1e-6; };
+    const bool onGrid = transform.type() <= QTransform::TxTranslate && whole(transform.dx()) && whole(transform.dy());
+    if (!onGrid || !(dpr > 0)) {
         paintLive(painter, placement, style, unitSize, p, capsLockOn, dpr);
         return;
     }
@@ -364,11 +368,12 @@ QImage KeyCapView::labelImage(const KeyPlacement& placement, double unitSize, qr
     const qint64 heightPx = qint64(std::ceil(placement.rect.height() * dpr));
     if (widthPx <= 0 || heightPx <= 0 || widthPx > 4096 || heightPx > 4096)
         return {};
-    LabelKey key { placement.key, widthPx, heightPx, milli(unitSize), milli(dpr), placement.isFunctionRow, 0 };
+    const LabelKey key { placement.key, widthPx, heightPx, milli(unitSize), milli(dpr), placement.isFunctionRow };
 
     QImage* mask = m_labels.object(key);
     if (mask == nullptr) {
-        auto* rendered = new QImage(renderLabelMask(placement, unitSize, dpr));
+        // Only the opacities are kept: a quarter of the memory.
+        auto* rendered = new QImage(renderLabelMask(placement, unitSize, dpr).convertToFormat(QImage::Format_Alpha8));
         const qint64 cost = std::max<qint64>(rendered->sizeInBytes(), 1);
         m_labels.insert(key, rendered, cost);
         mask = m_labels.object(key);
@@ -376,20 +381,17 @@ QImage KeyCapView::labelImage(const KeyPlacement& placement, double unitSize, qr
             return {};
     }
 
-    key.colour = colour.rgba();
-    if (key.colour == 0)
+    if (colour.alpha() == 0)
         return {};
-    if (const QImage* tinted = m_labels.object(key))
-        return *tinted;
-
-    QImage tinted = mask->copy();
-    tinted.setDevicePixelRatio(dpr);
+    // Tinted copies are not kept: a label is tinted only while a cap image is drawn, and the cap is kept instead.
+    QImage tinted(mask->size(), QImage::Format_ARGB32_Premultiplied);
+    tinted.fill(colour);
     {
         QPainter p(&tinted);
-        p.setCompositionMode(QPainter::CompositionMode_SourceIn);
-        p.fillRect(QRectF(QPointF(0, 0), QSizeF(tinted.size()) / dpr), colour);
+        p.setCompositionMode(QPainter::CompositionMode_DestinationIn);
+        p.drawImage(QRect(QPoint(0, 0), mask->size()), *mask);
     }
-    m_labels.insert(key, new QImage(tinted), std::max<qint64>(tinted.sizeInBytes(), 1));
+    tinted.setDevicePixelRatio(dpr);
     return tinted;
 }
 

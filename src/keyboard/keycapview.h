@@ -91,7 +91,6 @@ private:
         qint64 unitMilli;
         qint64 dprMilli;
         bool functionRow;
-        QRgb colour;
         friend bool operator==(const LabelKey&, const LabelKey&) = default;
     };
     friend size_t qHash(const LabelKey& key, size_t seed) noexcept;
@@ -120,7 +119,7 @@ private:
 
     SymbolIcons& m_symbols;
     ShadowCache& m_shadows;
-    // Masks are white with the label's own opacities; tinted copies for the rest and lit colours are kept too.
+    // The labels' opacities (Alpha8), tinted when a cap is drawn.
     QCache<LabelKey, QImage> m_labels;
     // Whole caps at rest, shadows included, for the current theme and layout.
     QCache<RestKey, QImage> m_restCaps;

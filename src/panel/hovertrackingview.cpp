@@ -2,6 +2,7 @@
 #include "panel/hovertrackingview.h"
 
 #include "panel/keyboardpanel.h"
+#include "panel/pointermotion.h"
 
 #include <QCursor>
 #include <QEvent>
@@ -13,11 +14,40 @@ HoverTrackingView::HoverTrackingView(KeyboardPanel* panel, Clock& clock, QWidget
 {
     if (panel)
         connect(panel, &KeyboardPanel::clickThroughChanged, this, &HoverTrackingView::onClickThroughChanged);
+    setPointerMotion(PointerMotion::forX11());
 }
 
 HoverTrackingView::~HoverTrackingView()
 {
     m_clock.cancel(m_probe);
+    watchMotion(false);
+}
+
+void HoverTrackingView::setPointerMotion(std::unique_ptr<PointerMotion> motion)
+{
+    const bool watching = m_watchingMotion;
+    watchMotion(false);
+    m_motion = std::move(motion);
+    if (m_motion) {
+        connect(m_motion.get(), &PointerMotion::moved, this, [this] {
+            // A look already due sooner covers this motion too.
+            if (m_probe != 0 && m_probeDue <= m_clock.now() + motionProbeDelay)
+                return;
+            m_clock.cancel(m_probe);
+            scheduleProbe(motionProbeDelay);
+        });
+    }
+    if (watching)
+        watchMotion(true);
+}
+
+void HoverTrackingView::watchMotion(bool watch)
+{
+    if (watch == m_watchingMotion)
+        return;
+    m_watchingMotion = watch && m_motion && m_motion->setWatching(true);
+    if (!watch && m_motion)
+        m_motion->setWatching(false);
 }
 
 void HoverTrackingView::setPointerReader(std::function<QPoint()> reader)
@@ -74,13 +104,15 @@ void HoverTrackingView::onClickThroughChanged(bool clickThrough)
 {
     m_clock.cancel(m_probe);
     m_probe = 0;
+    watchMotion(clickThrough);
     if (clickThrough)
-        scheduleProbe();
+        scheduleProbe(m_watchingMotion ? warpProbeInterval : probeInterval);
 }
 
-void HoverTrackingView::scheduleProbe()
+void HoverTrackingView::scheduleProbe(double delay)
 {
-    m_probe = m_clock.schedule(probeInterval, this, [this] {
+    m_probeDue = m_clock.now() + delay;
+    m_probe = m_clock.schedule(delay, this, [this] {
         m_probe = 0;
         probe();
     });
@@ -92,7 +124,8 @@ void HoverTrackingView::probe()
         return;
     const QPoint pointer = m_pointer ? m_pointer() : QCursor::pos();
     if (m_panel->isVisible() && m_panel->geometry().contains(pointer)) {
-        scheduleProbe();
+        // With motion reported, the next look waits for the pointer to move (or for a warp to be looked for).
+        scheduleProbe(m_watchingMotion ? warpProbeInterval : probeInterval);
         return;
     }
     mouseExited();

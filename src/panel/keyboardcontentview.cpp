@@ -11,6 +11,7 @@
 #include "panel/resizehandle.h"
 #include "panel/screenplacement.h"
 #include "panel/thememenu.h"
+#include "panel/x11framesink.h"
 
 #include <QActionGroup>
 #include <QContextMenuEvent>
@@ -20,6 +21,10 @@
 #include <QPaintEvent>
 #include <QPainter>
 #include <QWindow>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -34,9 +39,14 @@ KeyboardContentView::KeyboardContentView(KeyboardPanel* panel, SettingsStore& se
 {
     setFocusPolicy(Qt::NoFocus);
     connect(m_scene, &KeyboardScene::updateRequested, this, [this](const QRectF& rect) {
-        if (!m_hidden)
+        if (m_hidden)
+            return;
+        if (m_scene->isAnimationFrame())
+            m_frame |= rect.toAlignedRect();
+        else
             update(rect.toAlignedRect());
     });
+    connect(m_scene, &KeyboardScene::animationFrameRequested, this, &KeyboardContentView::showAnimationFrame);
     connect(m_scene, &KeyboardScene::layoutChanged, this, [this] { update(); });
     // Connected after the scene, which asks for the repaint of a key first.
     if (LatencyProbe::active() && monitor) {
@@ -60,14 +70,109 @@ void KeyboardContentView::setContentHidden(bool hidden)
     update();
 }
 
+void KeyboardContentView::showAnimationFrame()
+{
+    const QRegion frame = std::exchange(m_frame, {}) & rect();
+    if (!frame.isEmpty() && !drawDirectly(frame))
+        update(frame);
+    // Once nothing moves, the backing store catches up with what was put on the screen past it.
+    if (!m_scene->isAnimating() && !m_directlyDrawn.isEmpty())
+        update(std::exchange(m_directlyDrawn, {}));
+}
+
+bool KeyboardContentView::drawDirectly(const QRegion& region)
+{
+    QWindow* handle = window()->windowHandle();
+    if (m_hidden || !isVisible() || !handle || !handle->isExposed())
+        return false;
+    if (!m_sinkTried) {
+        m_sinkTried = true;
+        m_sink = X11FrameSink::create(window());
+    }
+    if (!m_sink)
+        return false;
+    // The resize handle is drawn over the keyboard; where it lies, the widget repaint draws both.
+    const QList<QWidget*> children = findChildren<QWidget*>(Qt::FindDirectChildrenOnly);
+    if (std::ranges::any_of(
+            children, [&region](QWidget* child) { return child->isVisible() && region.intersects(child->geometry()); }))
+        return false;
+
+    const qreal dpr = devicePixelRatioF();
+    const QPoint offset = mapTo(window(), QPoint(0, 0));
+    for (const QRect& area : paintAreas(region)) {
+        // Whole device pixels, in the window's coordinates.
+        const QRectF logical = QRectF(area.translated(offset));
+        const QRect device(QPoint(int(std::floor(logical.left() * dpr)), int(std::floor(logical.top() * dpr))),
+            QPoint(int(std::ceil(logical.right() * dpr)) - 1, int(std::ceil(logical.bottom() * dpr)) - 1));
+        QImage image(device.size(), QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(dpr);
+        image.fill(Qt::transparent);
+        {
+            QPainter painter(&image);
+            const QPointF origin = QPointF(device.topLeft()) / dpr - QPointF(offset);
+            painter.translate(-origin);
+            m_scene->paint(painter, QRectF(origin, QSizeF(device.size()) / dpr));
+        }
+        if (!m_sink->put(image, device.topLeft())) {
+            m_sink.reset();
+            m_sinkTried = false;
+            return false;
+        }
+        m_directlyDrawn |= area;
+    }
+    if (LatencyProbe* probe = LatencyProbe::active())
+        probe->frameFinished();
+    return true;
+}
+
 void KeyboardContentView::paintEvent(QPaintEvent* event)
 {
     if (m_hidden)
         return;
+    m_directlyDrawn -= event->region();
     QPainter painter(this);
-    m_scene->paint(painter, QRectF(event->rect()));
+    // Keys far apart are painted apart: the bounding rectangle of two keys at both ends would hold the whole row.
+    const QList<QRect> areas = paintAreas(event->region());
+    for (const QRect& area : areas) {
+        if (areas.size() > 1)
+            painter.setClipRect(area);
+        m_scene->paint(painter, QRectF(area));
+    }
     if (LatencyProbe* probe = LatencyProbe::active())
         probe->keyboardPainted();
+}
+
+QList<QRect> KeyboardContentView::paintAreas(const QRegion& region)
+{
+    // A region keeps its rectangles in bands, so one key's rectangle may come in several pieces: pieces that touch
+    // are joined again, until no two areas touch.
+    QList<QRect> areas(region.begin(), region.end());
+    for (bool joined = true; joined;) {
+        joined = false;
+        for (qsizetype i = 0; i < areas.size() && !joined; ++i) {
+            for (qsizetype j = i + 1; j < areas.size(); ++j) {
+                if (areas[i].adjusted(0, 0, 1, 1).intersects(areas[j])) {
+                    areas[i] |= areas.takeAt(j);
+                    joined = true;
+                    break;
+                }
+            }
+        }
+    }
+    return areas;
+}
+
+void KeyboardContentView::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    m_scene->setShown(true);
+}
+
+void KeyboardContentView::hideEvent(QHideEvent* event)
+{
+    QWidget::hideEvent(event);
+    // Nobody sees the keys light while the panel is hidden: no frames run.
+    m_scene->setShown(false);
 }
 
 void KeyboardContentView::resizeEvent(QResizeEvent* event)

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <QList>
 #include <QPointF>
 #include <QPointer>
+#include <QRect>
+#include <QRegion>
 #include <QWidget>
 
+#include <memory>
 #include <optional>
 
 class Clock;
@@ -15,6 +19,7 @@ class PanelActions;
 class QMenu;
 class ResizeHandle;
 class SettingsStore;
+class X11FrameSink;
 
 /**
  * The drawn content of the keyboard panel: the keyboard scene in the active theme, sized to the panel, with the
@@ -45,9 +50,17 @@ public:
     /** Fills `menu` with the context menu as the settings stand now. */
     void populateContextMenu(QMenu& menu);
 
+    /**
+     * The rectangles a repaint of `region` paints, each on its own: the region's pieces joined wherever they touch
+     * or overlap, so that no two of them touch.
+     */
+    static QList<QRect> paintAreas(const QRegion& region);
+
 protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
@@ -55,6 +68,10 @@ protected:
 
 private:
     void placeHandle();
+    /** Draws the animation frame asked for since the last one, straight to the window where it can. */
+    void showAnimationFrame();
+    /** Paints `region` and puts it on the window past the widget repaint (X11); false where that cannot be done. */
+    bool drawDirectly(const QRegion& region);
 
     QPointer<KeyboardPanel> m_panel;
     SettingsStore& m_settings;
@@ -62,6 +79,12 @@ private:
     KeyboardScene* m_scene;
     ResizeHandle* m_handle;
     bool m_hidden = false;
+    std::unique_ptr<X11FrameSink> m_sink;
+    bool m_sinkTried = false;
+    /** What the animation frame being asked for changes. */
+    QRegion m_frame;
+    /** Put on the window directly and not repainted since: the backing store still holds older pictures there. */
+    QRegion m_directlyDrawn;
     /** Pointer position minus the panel's top-left corner while the background is dragged. */
     std::optional<QPointF> m_dragOffset;
     bool m_moving = false;
