@@ -993,7 +993,23 @@ void TestE2e::trackpadShowsClicksAndScrolls()
     QVERIFY(xdotool({ u"mouseup"_s, u"3"_s, u"keyup"_s, u"Control_L"_s }));
 
     // Everything let go and every pulse faded: the trackpad is as it was.
-    QTRY_COMPARE_WITH_TIMEOUT(grab(), rest, deadline);
+    // Within a few levels: a repainted part may round its shadow's edge a step differently than the first frame.
+    const auto likeRest = [&] {
+        const QImage now = grab().convertToFormat(QImage::Format_RGB32);
+        const QImage before = rest.convertToFormat(QImage::Format_RGB32);
+        if (now.size() != before.size())
+            return false;
+        for (int y = 0; y < now.height(); ++y) {
+            for (int x = 0; x < now.width(); ++x) {
+                const QRgb a = now.pixel(x, y), b = before.pixel(x, y);
+                if (std::abs(qRed(a) - qRed(b)) > 8 || std::abs(qGreen(a) - qGreen(b)) > 8
+                    || std::abs(qBlue(a) - qBlue(b)) > 8)
+                    return false;
+            }
+        }
+        return true;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(likeRest(), deadline);
     STEP(stopOrdalis());
 }
 
