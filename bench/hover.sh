@@ -9,43 +9,10 @@
 # HOVER_SECONDS (default 60) shortens a trial run; ORDALIS points at another binary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-root=$PWD
 hover_seconds=${HOVER_SECONDS:-60}
 
-if [ -z "${ORDALIS:-}" ]; then
-    export CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/ccache} CCACHE_BASEDIR=${CCACHE_BASEDIR:-$root}
-    cmake --preset release >/dev/null
-    cmake --build --preset release --target ordalis >/dev/null
-    ORDALIS=$root/build/release/src/ordalis
-fi
-
-work=$(mktemp -d)
-pids=()
-cleanup() {
-    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-    wait 2>/dev/null || true
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-display=70
-while [ -e "/tmp/.X11-unix/X$display" ] || [ -e "/tmp/.X$display-lock" ]; do display=$((display + 1)); done
-Xvfb ":$display" -screen 0 1920x1080x24 -nolisten tcp >/dev/null 2>&1 &
-pids+=($!)
-export DISPLAY=:$display
-for _ in $(seq 100); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
-
-export HOME=$work/home XDG_CONFIG_HOME=$work/home/.config XDG_CACHE_HOME=$work/home/.cache
-export XDG_DATA_HOME=$work/home/.local/share XDG_RUNTIME_DIR=$work/runtime
-mkdir -p "$HOME" "$XDG_RUNTIME_DIR" "$XDG_CONFIG_HOME/ordalis"
-chmod 700 "$XDG_RUNTIME_DIR"
-echo '{"autoHideOnHover": true}' >"$XDG_CONFIG_HOME/ordalis/settings.json"
-unset DBUS_SESSION_BUS_ADDRESS WAYLAND_DISPLAY XDG_SESSION_TYPE QT_QPA_PLATFORM
-export LANG=C.UTF-8
-
-openbox >/dev/null 2>&1 &
-pids+=($!)
-for _ in $(seq 100); do wmctrl -m >/dev/null 2>&1 && break; sleep 0.1; done
+settings_json='{"autoHideOnHover": true}'
+source bench/desktop.sh
 xdotool mousemove 0 0
 
 "$ORDALIS" --show >"$work/ordalis.log" 2>&1 &
